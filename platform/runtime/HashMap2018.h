@@ -1,0 +1,371 @@
+// Vok::HashMap2018, the keyed collection of the whole system.
+//
+// Entries live in dense slots in insertion order; an open-addressing index of slot numbers
+// finds them. Erasing leaves a tombstone that keeps the key readable, so a walk survives any
+// change made by the handlers it calls: the entry it stands on may go, others may come or go,
+// and every entry present when the walk reaches it is visited once. Tombstones are reclaimed
+// only while no walk is live. The order of a walk is insertion order, never a hash seed's.
+//
+// Slots are stored in segments that double in size, so a slot never moves while the map
+// grows; only a reclaim moves slots. A node pointer is therefore valid until the next erase
+// outside a walk, or the end of a walk.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+namespace Vok {
+
+struct EndOfCollection {};
+inline constexpr EndOfCollection endOfCollection{};
+
+template <class K>
+struct Hash : std::hash<K> {};
+
+template <class K, class V, class H = Hash<K>>
+class HashMap2018 {
+ public:
+  struct Node {
+    K key;
+    V value;
+  };
+
+  class Iterator;
+
+  HashMap2018() = default;
+  HashMap2018(HashMap2018 const&) = delete;
+  HashMap2018& operator=(HashMap2018 const&) = delete;
+  HashMap2018(HashMap2018&& o) noexcept { swap(o); }
+  HashMap2018& operator=(HashMap2018&& o) noexcept {
+    HashMap2018 t(std::move(o));
+    swap(t);
+    return *this;
+  }
+  ~HashMap2018() {
+    assert(walkers_ == 0);
+    destroySlots();
+  }
+
+  std::size_t size() const noexcept { return live_; }
+  bool empty() const noexcept { return live_ == 0; }
+
+  Node* lookupNodeG(K const& key) noexcept {
+    std::uint32_t s = find(key, hashOf(key));
+    return s == kEmpty ? nullptr : &slot(s);
+  }
+  Node const* lookupNodeG(K const& key) const noexcept { return const_cast<HashMap2018*>(this)->lookupNodeG(key); }
+  bool contains(K const& key) const noexcept { return lookupNodeG(key) != nullptr; }
+
+  // Inserts the entry, or replaces the value of the key present; returns the node.
+  Node* newMemberG(K const& key, V value) {
+    std::uint64_t h = hashOf(key);
+    std::uint32_t s = find(key, h);
+    if (s != kEmpty) {
+      slot(s).value = std::move(value);
+      return &slot(s);
+    }
+    return insertNew(key, std::move(value), h);
+  }
+
+  // Returns the node of the key, inserting one with `value` if absent; the bool says whether
+  // it was inserted.
+  std::pair<Node*, bool> findOrInsert(K const& key, V value) {
+    std::uint64_t h = hashOf(key);
+    std::uint32_t s = find(key, h);
+    if (s != kEmpty) return {&slot(s), false};
+    return {insertNew(key, std::move(value), h), true};
+  }
+
+  // Removes the entry and hands back its value. False, and nothing changed, if absent.
+  bool deleteMemberG(K const& key, V* out = nullptr) {
+    if (live_ == 0) return false;
+    std::uint64_t h = hashOf(key);
+    std::size_t b = bucketOf(h);
+    for (;; b = (b + 1) & mask()) {
+      std::uint32_t s = index_[b].slot;
+      if (s == kEmpty) return false;
+      if (index_[b].tag == tagOf(h) && slot(s).key == key) break;
+    }
+    std::uint32_t s = index_[b].slot;
+    eraseIndexAt(b);
+    Node& n = slot(s);
+    V v = std::move(n.value);
+    n.value = V{};
+    markDead(s);
+    --live_;
+    if (out) *out = std::move(v);
+    v = V{};  // a value that holds a use is released before a reclaim moves slots
+    maybeReclaim();
+    return true;
+  }
+
+  // Removes every entry. A walk that is live sees none of them after this.
+  void _memberDelAll() {
+    if (walkers_ > 0) {
+      for (std::uint32_t s = 0; s < count_; ++s) {
+        if (!isDead(s)) {
+          markDead(s);
+          slot(s).value = V{};
+        }
+      }
+      std::fill(index_.begin(), index_.end(), Bucket{});
+      live_ = 0;
+      return;
+    }
+    // Release the values first: their destructors may look at this map.
+    HashMap2018 old;
+    swap(old);
+  }
+  void emptyAllBuckets() { _memberDelAll(); }
+
+  // Walks in insertion order. See the file comment for what a walk survives.
+  class Iterator {
+   public:
+    Iterator() = default;
+    Iterator(HashMap2018 const& m) : m_(const_cast<HashMap2018*>(&m)) {  // NOLINT(google-explicit-constructor)
+      ++m_->walkers_;
+      skipDead();
+    }
+    Iterator(HashMap2018 const& m, EndOfCollection) : m_(const_cast<HashMap2018*>(&m)), i_(kEnd) { ++m_->walkers_; }
+    Iterator(Iterator const& o) : m_(o.m_), i_(o.i_) {
+      if (m_) ++m_->walkers_;
+    }
+    Iterator& operator=(Iterator const& o) {
+      Iterator t(o);
+      std::swap(m_, t.m_);
+      std::swap(i_, t.i_);
+      return *this;
+    }
+    ~Iterator() {
+      if (m_) m_->walkerDone();
+    }
+
+    bool done() const noexcept { return !m_ || i_ >= m_->count_; }
+    explicit operator bool() const noexcept { return !done(); }
+    bool operator==(Iterator const& o) const noexcept {
+      return done() ? o.done() : (!o.done() && m_ == o.m_ && i_ == o.i_);
+    }
+
+    void advance() noexcept {
+      ++i_;
+      skipDead();
+    }
+    Iterator& operator++() noexcept {
+      advance();
+      return *this;
+    }
+
+    // The node the walk stands on; it must not have been deleted.
+    Node& currNodeNonStale() const noexcept {
+      assert(!done() && !m_->isDead(i_));
+      return m_->slot(i_);
+    }
+    // The node the walk stands on, even if just deleted: its key stays readable.
+    Node& currNodeMaybeStale() const noexcept {
+      assert(!done());
+      return m_->slot(i_);
+    }
+    bool currNodeStale() const noexcept { return m_->isDead(i_); }
+    Node& operator*() const noexcept { return currNodeNonStale(); }
+    Node* operator->() const noexcept { return &currNodeNonStale(); }
+
+    // An iterator is also a range from where it stands: `for (auto& n : x.fooIter())`.
+    Iterator begin() const { return *this; }
+    EndOfCollection end() const noexcept { return {}; }
+    bool operator==(EndOfCollection) const noexcept { return done(); }
+
+   private:
+    static constexpr std::uint32_t kEnd = 0xFFFFFFFFu;
+    void skipDead() noexcept {
+      while (i_ < m_->count_ && m_->isDead(i_)) ++i_;
+    }
+    HashMap2018* m_ = nullptr;
+    std::uint32_t i_ = 0;
+  };
+
+  Iterator begin() const { return Iterator(*this); }
+  Iterator end() const { return Iterator(*this, endOfCollection); }
+
+  // Bytes this map holds beyond its own object, for memory reports.
+  std::size_t memoryBytes() const noexcept {
+    return index_.size() * sizeof(Bucket) + dead_.size() * sizeof(std::uint64_t) +
+           segmentCapacity(segments_.size()) * sizeof(Node) + segments_.capacity() * sizeof(void*);
+  }
+
+ private:
+  static constexpr std::uint32_t kEmpty = 0xFFFFFFFFu;
+  static constexpr unsigned kFirstSegmentBits = 3;  // the first segment holds 8 slots
+
+  struct Bucket {
+    std::uint32_t slot = kEmpty;
+    std::uint32_t tag = 0;
+  };
+  struct SegmentFree {
+    void operator()(Node* p) const noexcept {
+      ::operator delete (static_cast<void*>(p), std::align_val_t{alignof(Node)});
+    }
+  };
+  using Segment = std::unique_ptr<Node, SegmentFree>;
+
+  static std::uint64_t hashOf(K const& key) noexcept {
+    // Spread the bits: the standard hashes of integers are the identity.
+    return static_cast<std::uint64_t>(H{}(key)) * 0x9E3779B97F4A7C15ull;
+  }
+  static std::uint32_t tagOf(std::uint64_t h) noexcept { return static_cast<std::uint32_t>(h); }
+  std::size_t mask() const noexcept { return index_.size() - 1; }
+  std::size_t bucketOf(std::uint64_t h) const noexcept { return static_cast<std::size_t>(h >> shift_); }
+
+  // Segment s holds 8 << s slots and starts at slot 8 * (2^s - 1).
+  static std::size_t segmentCapacity(std::size_t segments) noexcept {
+    return ((std::size_t{1} << segments) - 1) << kFirstSegmentBits;
+  }
+  Node& slot(std::uint32_t i) const noexcept {
+    std::size_t q = (std::size_t{i} >> kFirstSegmentBits) + 1;
+    unsigned seg = static_cast<unsigned>(std::bit_width(q)) - 1;
+    std::size_t off = std::size_t{i} - segmentCapacity(seg);
+    return segments_[seg].get()[off];
+  }
+
+  bool isDead(std::uint32_t s) const noexcept { return (dead_[s >> 6] >> (s & 63)) & 1u; }
+  void markDead(std::uint32_t s) noexcept {
+    dead_[s >> 6] |= std::uint64_t{1} << (s & 63);
+    ++deadCount_;
+  }
+
+  std::uint32_t find(K const& key, std::uint64_t h) const noexcept {
+    if (live_ == 0) return kEmpty;
+    for (std::size_t b = bucketOf(h);; b = (b + 1) & mask()) {
+      Bucket const& e = index_[b];
+      if (e.slot == kEmpty) return kEmpty;
+      if (e.tag == tagOf(h) && slot(e.slot).key == key) return e.slot;
+    }
+  }
+
+  void indexPut(std::uint32_t s, std::uint64_t h) noexcept {
+    std::size_t b = bucketOf(h);
+    while (index_[b].slot != kEmpty) b = (b + 1) & mask();
+    index_[b] = Bucket{s, tagOf(h)};
+  }
+
+  // Backward-shift deletion keeps the probe runs whole without index tombstones.
+  void eraseIndexAt(std::size_t b) noexcept {
+    std::size_t hole = b;
+    for (std::size_t j = (b + 1) & mask();; j = (j + 1) & mask()) {
+      Bucket const& e = index_[j];
+      if (e.slot == kEmpty) break;
+      std::size_t home = bucketOf(hashOf(slot(e.slot).key));
+      // Move e into the hole unless its home lies cyclically in (hole, j].
+      bool stays = hole <= j ? (hole < home && home <= j) : (hole < home || home <= j);
+      if (!stays) {
+        index_[hole] = e;
+        hole = j;
+      }
+    }
+    index_[hole] = Bucket{};
+  }
+
+  Node* insertNew(K const& key, V&& value, std::uint64_t h) {
+    if ((live_ + 1) * 5 > index_.size() * 4) {  // load at most 0.8
+      growIndex();
+      h = hashOf(key);
+    }
+    if (count_ == segmentCapacity(segments_.size())) {
+      if (walkers_ == 0 && deadCount_ * 4 >= count_ && deadCount_ > 0) {
+        reclaim();
+      } else {
+        addSegment();
+      }
+    }
+    std::uint32_t s = count_;
+    ::new (static_cast<void*>(&slot(s))) Node{key, std::move(value)};
+    ++count_;
+    if ((s >> 6) >= dead_.size()) dead_.push_back(0);
+    indexPut(s, h);
+    ++live_;
+    return &slot(s);
+  }
+
+  void addSegment() {
+    std::size_t n = std::size_t{1} << (segments_.size() + kFirstSegmentBits);
+    segments_.emplace_back(static_cast<Node*>(::operator new (n * sizeof(Node), std::align_val_t{alignof(Node)})));
+  }
+
+  void growIndex() {
+    std::size_t n = index_.empty() ? 16 : index_.size() * 2;
+    index_.assign(n, Bucket{});
+    shift_ = 64u - static_cast<unsigned>(std::countr_zero(n));
+    for (std::uint32_t s = 0; s < count_; ++s) {
+      if (!isDead(s)) indexPut(s, hashOf(slot(s).key));
+    }
+  }
+
+  void maybeReclaim() {
+    if (walkers_ == 0 && deadCount_ > 8 && deadCount_ * 2 > count_) reclaim();
+  }
+  void walkerDone() {
+    if (--walkers_ == 0 && deadCount_ > 8 && deadCount_ * 2 > count_) reclaim();
+  }
+
+  // Moves the live slots down over the tombstones and rebuilds the index.
+  void reclaim() {
+    assert(walkers_ == 0);
+    if (live_ == 0) {
+      HashMap2018 old;
+      swap(old);
+      return;
+    }
+    std::uint32_t to = 0;
+    for (std::uint32_t s = 0; s < count_; ++s) {
+      if (isDead(s)) continue;
+      if (to != s) {
+        slot(to).key = std::move(slot(s).key);
+        slot(to).value = std::move(slot(s).value);
+      }
+      ++to;
+    }
+    for (std::uint32_t s = to; s < count_; ++s) slot(s).~Node();
+    count_ = to;
+    deadCount_ = 0;
+    std::fill(dead_.begin(), dead_.end(), 0);
+    dead_.resize((count_ + 63) / 64);
+    // Keep the segments the live slots need and one spare, so a map that shrank gives memory back.
+    while (segments_.size() > 1 && segmentCapacity(segments_.size() - 2) >= count_) segments_.pop_back();
+    std::fill(index_.begin(), index_.end(), Bucket{});
+    for (std::uint32_t s = 0; s < count_; ++s) indexPut(s, hashOf(slot(s).key));
+  }
+
+  void destroySlots() noexcept {
+    for (std::uint32_t s = 0; s < count_; ++s) slot(s).~Node();
+    count_ = 0;
+  }
+
+  void swap(HashMap2018& o) noexcept {
+    std::swap(segments_, o.segments_);
+    std::swap(index_, o.index_);
+    std::swap(dead_, o.dead_);
+    std::swap(count_, o.count_);
+    std::swap(live_, o.live_);
+    std::swap(deadCount_, o.deadCount_);
+    std::swap(shift_, o.shift_);
+    std::swap(walkers_, o.walkers_);
+  }
+
+  std::vector<Segment> segments_;
+  std::vector<Bucket> index_;
+  std::vector<std::uint64_t> dead_;
+  std::uint32_t count_ = 0;  // slots in use, live or dead
+  std::uint32_t live_ = 0;
+  std::uint32_t deadCount_ = 0;
+  unsigned shift_ = 64;
+  std::uint32_t walkers_ = 0;
+};
+
+}  // namespace Vok

@@ -1,0 +1,64 @@
+#include "Vxlan/SmContainer.h"
+
+#include <cstdlib>
+
+namespace MlagVxlan {
+
+namespace {
+RingLog::TraceHandle* rlHandle = nullptr;
+}
+
+RingLog::TraceHandle* vxlanRlHandle() noexcept { return rlHandle; }
+
+std::string vxlanRlFileName() {
+  std::string name = "Mlag-Vxlan";
+  if (!std::getenv("RINGLOGDIR")) name += "-%d";
+  return name + ".rl";
+}
+
+RingLog::SizeSpec vxlanRlSizeSpec() {
+  // Levels 5 and 6 are the ones the system writes.
+  return RingLog::SizeSpec{{32, 8, 8, 8, 8, 256, 256, 8, 8, 8}};
+}
+
+void vxlanRlHandleInit() {
+  if (rlHandle) return;
+  std::string name = vxlanRlFileName();
+  RingLog::SizeSpec sizes = vxlanRlSizeSpec();
+  rlHandle = RingLog::initialize_handle(name.c_str(), &sizes, nullptr, 0, 0);
+}
+
+SmContainer::SmContainer(Brix::String name) : MemberOwner(this), name_(std::move(name)) { vxlanRlHandleInit(); }
+
+void SmContainer::SmContainerIs(Ptr& out, Brix::String name) {
+  out = Brix::newNode<SmContainer>(std::move(name));
+  vxlanRlHandleInit();
+}
+
+SmContainer::Ptr smContainerFactory(Brix::String const& name) {
+  SmContainer::Ptr out;
+  SmContainer::SmContainerIs(out, name);
+  return out;
+}
+
+void SmContainer::handleInitialized() { vxlanRlHandleInit(); }
+
+// Teardown: the children go one by one in declared order, each finished before the next.
+void SmContainer::lastUserGone() {
+  incUse();  // a delivery of the children's removal holds the container: keep it whole meanwhile
+  Brix::hasNotificationActiveSet(this, false);
+  (void)scheduledMlagPeerArpSyncSmDel();
+  delete this;
+}
+
+ScheduledMlagPeerArpSyncSm::Ptr SmContainer::scheduledMlagPeerArpSyncSmIs(
+    Brix::Ptr<Mlag::VxlanStatus const> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+    Brix::Ptr<Mlag::VxlanStatus> localVxStatus) {
+  return scheduledMlagPeerArpSyncSm_.is(std::move(sentVxStatus), std::move(recvVxStatus), std::move(localVxStatus));
+}
+
+ScheduledMlagPeerArpSyncSm::Ptr SmContainer::scheduledMlagPeerArpSyncSmDel() {
+  return scheduledMlagPeerArpSyncSm_.del();
+}
+
+}  // namespace MlagVxlan

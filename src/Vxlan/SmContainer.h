@@ -1,0 +1,71 @@
+// SmContainer: the one entity through which the hosting plug-in drives the library. It holds
+// one attribute per top-level state machine, brought into being and ended by the plug-in; its
+// attributes are the only ones in the system whose changes are published.
+#pragma once
+
+#include <string>
+
+#include "Vxlan/ScheduledMlagPeerArpSyncSm.h"
+#include "runtime/Entity.h"
+#include "runtime/StateMachine.h"
+#include "runtime/String.h"
+#include "trace/RingLog.h"
+
+namespace MlagVxlan {
+
+class SmContainer : public Vok::Entity, public Vok::Impl::MemberOwner {
+ public:
+  using Ptr = Brix::Ptr<SmContainer>;
+
+  static constexpr char const* vokTypeName = "MlagVxlan::SmContainer";
+  static constexpr bool vokNameOnly = true;  // a directory may make it from its name alone
+
+  // One field per child, in declared order. A child whose class is not built yet keeps its
+  // field, so the numbers do not move when it arrives.
+  enum Field : Brix::FieldId {
+    vokNoField,
+    remoteHostTableSmField,
+    primarySmField,
+    secondarySmField,
+    activeArpP2pToCorestateSmField,
+    activeArpCorestateToP2pSmField,
+    vcsSdeCorestateToP2pSmField,
+    vcsSdeCorestateToBumStatusP2pSmField,
+    floodListInputSelectorSmField,
+    scheduledMlagPeerArpSyncSmField,
+  };
+
+  explicit SmContainer(Brix::String name);
+  static void SmContainerIs(Ptr& out, Brix::String name);
+
+  char const* typeData() const override { return vokTypeName; }
+  void lastUserGone() override;
+
+  Brix::String const& nameString() const noexcept { return name_; }
+
+  ScheduledMlagPeerArpSyncSm::Ptr const& scheduledMlagPeerArpSyncSm() const noexcept {
+    return scheduledMlagPeerArpSyncSm_.ptr();
+  }
+  ScheduledMlagPeerArpSyncSm::Ptr scheduledMlagPeerArpSyncSmIs(Brix::Ptr<Mlag::VxlanStatus const> sentVxStatus,
+                                                               Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+                                                               Brix::Ptr<Mlag::VxlanStatus> localVxStatus);
+  ScheduledMlagPeerArpSyncSm::Ptr scheduledMlagPeerArpSyncSmDel();
+
+  void handleInitialized();
+
+ private:
+  Brix::String const name_;
+  Vok::Child<ScheduledMlagPeerArpSyncSm> scheduledMlagPeerArpSyncSm_{this, this, scheduledMlagPeerArpSyncSmField};
+};
+
+SmContainer::Ptr smContainerFactory(Brix::String const& name);
+
+// The ring-buffer trace of the library: one handle per process, made by the first container,
+// never released. Null until then.
+RingLog::TraceHandle* vxlanRlHandle() noexcept;
+void vxlanRlHandleInit();
+// "Mlag-Vxlan.rl" when RINGLOGDIR is set, "Mlag-Vxlan-%d.rl" when it is not.
+std::string vxlanRlFileName();
+RingLog::SizeSpec vxlanRlSizeSpec();
+
+}  // namespace MlagVxlan
