@@ -45,6 +45,7 @@ class Key {
 template <class T>
 class Scalar {
  public:
+  using ValueType = T;
   T const& get() const noexcept { return v_; }
   void set(Entity const& e, Brix::FieldId f, T const& v) {
     if (v_ == v) return;
@@ -62,6 +63,8 @@ template <class K, class V>
 class Values {
  public:
   using Map = HashMap2018<K, V>;
+  using KeyType = K;
+  using ValueType = V;
 
   V get(K const& k) const {
     auto const* n = map_.lookupNodeG(k);
@@ -114,6 +117,8 @@ template <class K, class E>
 class Entities {
  public:
   using Map = HashMap2018<K, Brix::Ptr<E>>;
+  using KeyType = K;
+  using Member = E;
 
   Brix::Ptr<E> get(K const& k) const {
     auto const* n = map_.lookupNodeG(k);
@@ -157,6 +162,8 @@ template <class K, class E>
 class OrderedEntities {
  public:
   using Map = RbTreeMap<E, K, Brix::Ptr<E>>;
+  using KeyType = K;
+  using Member = E;
 
   Brix::Ptr<E> get(K const& k) const { return map_[k]; }
   bool has(K const& k) const { return map_.find(k) != nullptr; }
@@ -199,6 +206,10 @@ class OrderedEntities {
 #define VOK_ATTR_FIELD_(kind, name, ...) name##Field,
 #define VOK_ATTR_DECL_(kind, name, ...) VOK_ATTR_DECL_##kind(name, __VA_ARGS__)
 #define VOK_ATTR_VISIT_(kind, name, ...) f(std::string_view(#name), name##Field, name##_);
+#define VOK_ATTR_CASE_(kind, name, ...)               \
+  case name##Field:                                   \
+    f(std::string_view(#name), name##Field, name##_); \
+    return true;
 
 #define VOK_ATTR_DECL_key(name, T) \
  private:                          \
@@ -266,29 +277,38 @@ class OrderedEntities {
 
 // The body of an entity class: field numbers from 1 in declared order, the attributes, the
 // visitor and equality over every attribute.
-#define VOK_ENTITY(Self, TypeName, LIST)                                            \
- public:                                                                            \
-  static constexpr char const* vokTypeName = TypeName;                              \
-  enum Field : ::Brix::FieldId { vokNoField, LIST(VOK_ATTR_FIELD_) vokFieldCount }; \
-  char const* typeData() const override { return vokTypeName; }                     \
-  template <class F>                                                                \
-  void vokForEachAttribute(F&& f) const {                                           \
-    LIST(VOK_ATTR_VISIT_)                                                           \
-  }                                                                                 \
-  template <class F>                                                                \
-  void vokForEachAttribute(F&& f) {                                                 \
-    LIST(VOK_ATTR_VISIT_)                                                           \
-  }                                                                                 \
-  friend bool operator==(Self const& a, Self const& b) { return a.vokEqual(b); }    \
-  LIST(VOK_ATTR_DECL_)                                                              \
-                                                                                    \
- private:                                                                           \
-  bool vokEqual(Self const& o) const {                                              \
-    bool eq = true;                                                                 \
-    LIST(VOK_ATTR_EQ_)                                                              \
-    return eq;                                                                      \
-  }                                                                                 \
-                                                                                    \
+#define VOK_ENTITY(Self, TypeName, LIST)                                             \
+ public:                                                                             \
+  static constexpr char const* vokTypeName = TypeName;                               \
+  enum Field : ::Brix::FieldId { vokNoField, LIST(VOK_ATTR_FIELD_) vokFieldCount };  \
+  char const* typeData() const override { return vokTypeName; }                      \
+  template <class F>                                                                 \
+  void vokForEachAttribute(F&& f) const {                                            \
+    LIST(VOK_ATTR_VISIT_)                                                            \
+  }                                                                                  \
+  template <class F>                                                                 \
+  void vokForEachAttribute(F&& f) {                                                  \
+    LIST(VOK_ATTR_VISIT_)                                                            \
+  }                                                                                  \
+  /* Calls f(name, field, attribute) for the attribute of `field`; false if none. */ \
+  template <class F>                                                                 \
+  bool vokVisitField(::Brix::FieldId field, F&& f) const {                           \
+    switch (field) { LIST(VOK_ATTR_CASE_) default : return false; }                  \
+  }                                                                                  \
+  template <class F>                                                                 \
+  bool vokVisitField(::Brix::FieldId field, F&& f) {                                 \
+    switch (field) { LIST(VOK_ATTR_CASE_) default : return false; }                  \
+  }                                                                                  \
+  friend bool operator==(Self const& a, Self const& b) { return a.vokEqual(b); }     \
+  LIST(VOK_ATTR_DECL_)                                                               \
+                                                                                     \
+ private:                                                                            \
+  bool vokEqual(Self const& o) const {                                               \
+    bool eq = true;                                                                  \
+    LIST(VOK_ATTR_EQ_)                                                               \
+    return eq;                                                                       \
+  }                                                                                  \
+                                                                                     \
  public:
 
 #define VOK_ATTR_EQ_(kind, name, ...) eq = eq && name##_ == o.name##_;
