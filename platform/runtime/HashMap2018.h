@@ -191,6 +191,13 @@ class HashMap2018 {
     std::uint32_t i_ = 0;
   };
 
+  // The first live node at slot `i` or after, with `i` moved onto it; null at the end. For walks
+  // that keep only a position between steps (a reclaim in between may move entries).
+  Node const* liveNodeFrom(std::uint32_t& i) const noexcept {
+    while (i < count_ && isDead(i)) ++i;
+    return i < count_ ? &slot(i) : nullptr;
+  }
+
   Iterator begin() const { return Iterator(*this); }
   Iterator end() const { return Iterator(*this, endOfCollection); }
 
@@ -273,17 +280,13 @@ class HashMap2018 {
   }
 
   Node* insertNew(K const& key, V&& value, std::uint64_t h) {
-    if ((live_ + 1) * 5 > index_.size() * 4) {  // load at most 0.8
-      growIndex();
-      h = hashOf(key);
+    // Reclaim before sizing: a reclaim of a map with no live entry leaves it with no segment
+    // and no index.
+    if (count_ == segmentCapacity(segments_.size()) && walkers_ == 0 && deadCount_ > 0 && deadCount_ * 4 >= count_) {
+      reclaim();
     }
-    if (count_ == segmentCapacity(segments_.size())) {
-      if (walkers_ == 0 && deadCount_ * 4 >= count_ && deadCount_ > 0) {
-        reclaim();
-      } else {
-        addSegment();
-      }
-    }
+    if (count_ == segmentCapacity(segments_.size())) addSegment();
+    if ((live_ + 1) * 5 > index_.size() * 4) growIndex();  // load at most 0.8
     std::uint32_t s = count_;
     ::new (static_cast<void*>(&slot(s))) Node{key, std::move(value)};
     ++count_;

@@ -1,8 +1,9 @@
 // Vok::RbTreeMap, the ordered collection. A walk is in ascending key order and tolerates any
 // change of the map: when the map has changed since the walk's last step, the next entry is
-// found afresh as the first key greater than the present one.
+// found afresh as the first key greater than the one the walk stands on.
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -50,40 +51,44 @@ class RbTreeMap {
 
   class Iterator {
    public:
-    explicit Iterator(RbTreeMap const& m) : m_(&m), it_(m.map_.begin()), version_(m.version_) {}
+    explicit Iterator(RbTreeMap const& m) : m_(&m), it_(m.map_.begin()), version_(m.version_) { standOn(); }
     Iterator(RbTreeMap const& m, EndOfCollection) : m_(&m), it_(m.map_.end()), version_(m.version_) {}
 
-    bool done() {
-      resync();
-      return it_ == m_->map_.end();
-    }
-    K const& key() {
-      resync();
-      return it_->first;
-    }
+    bool done() const noexcept { return !current_; }
+    // The key the walk stands on; it stays readable after its entry has been erased.
+    K const& key() const noexcept { return *current_; }
+    // The value of the key the walk stands on, which must not have been erased.
     V const& value() {
-      resync();
+      if (version_ != m_->version_) {
+        version_ = m_->version_;
+        it_ = m_->map_.find(*current_);
+      }
+      assert(it_ != m_->map_.end());
       return it_->second;
     }
     void advance() {
-      resync();
-      if (it_ != m_->map_.end()) {
-        current_ = it_->first;
+      if (!current_) return;
+      if (version_ != m_->version_) {
+        version_ = m_->version_;
+        it_ = m_->map_.upper_bound(*current_);
+      } else {
         ++it_;
       }
+      standOn();
     }
 
    private:
-    // After a change, stand on the first key greater than the last one passed.
-    void resync() {
-      if (version_ == m_->version_) return;
-      version_ = m_->version_;
-      it_ = current_ ? m_->map_.upper_bound(*current_) : m_->map_.begin();
+    void standOn() {
+      if (it_ == m_->map_.end()) {
+        current_.reset();
+      } else {
+        current_ = it_->first;
+      }
     }
     RbTreeMap const* m_;
     typename Map::const_iterator it_;
     std::uint64_t version_;
-    std::optional<K> current_;
+    std::optional<K> current_;  // the key the walk stands on; none once it is done
   };
 
   Iterator iterator() const { return Iterator(*this); }
