@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cassert>
 #include <cstdint>
+#include <type_traits>
 #include <utility>
 
 namespace Brix {
@@ -132,9 +133,17 @@ class Ptr {
   // Gives up the use without dropping it.
   [[nodiscard]] T* release() noexcept { return std::exchange(p_, nullptr); }
 
+  // Identity, compared as the more derived type so that a base that is not the first one
+  // still names the same object.
   template <class U>
   bool operator==(Ptr<U> const& o) const noexcept {
-    return static_cast<void const*>(p_) == static_cast<void const*>(o.get());
+    if constexpr (std::is_convertible_v<U*, T*>) {
+      return p_ == static_cast<T*>(o.get());
+    } else if constexpr (std::is_convertible_v<T*, U*>) {
+      return static_cast<U*>(p_) == o.get();
+    } else {
+      return static_cast<void const*>(p_) == static_cast<void const*>(o.get());
+    }
   }
   bool operator==(std::nullptr_t) const noexcept { return p_ == nullptr; }
 

@@ -54,6 +54,8 @@ class BoundedString {
 
   BoundedString() = default;
   explicit BoundedString(std::string_view s) : s_(check(s)) {}
+  explicit BoundedString(char const* s) : s_(check(s ? std::string_view(s) : std::string_view())) {}
+  explicit BoundedString(std::string const& s) : s_(check(s)) {}
   explicit BoundedString(String const& s) : s_(check(s.view())) {}
 
   std::size_t size() const noexcept { return s_.size(); }
