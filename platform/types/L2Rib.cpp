@@ -1,0 +1,83 @@
+#include "types/L2Rib.h"
+
+#include <fmt/format.h>
+
+#include "types/EnumText.h"
+
+namespace L2Rib {
+
+std::ostream& operator<<(std::ostream& os, DestId id) { return os << fmt::format("{:x}", id.value()); }
+
+namespace {
+std::string_view nameOf(DestType t) noexcept {
+  switch (t) {
+    case DestType::intf:
+      return "intf";
+    case DestType::vxlan:
+      return "vxlan";
+    case DestType::mpls:
+      return "mpls";
+    case DestType::tunnel:
+      return "tunnel";
+    case DestType::none:
+      return "none";
+  }
+  return {};
+}
+
+std::string_view nameOf(FloodSetType t) noexcept {
+  switch (t) {
+    case FloodSetType::unknown:
+      return "unknown";
+    case FloodSetType::all:
+      return "all";
+    case FloodSetType::any:
+      return "any";
+  }
+  return {};
+}
+}  // namespace
+
+std::string_view stringValue(DestType t) noexcept { return EnumText::orUnknown(nameOf(t)); }
+
+std::ostream& operator<<(std::ostream& os, DestType t) { return EnumText::put(os, t, nameOf(t)); }
+
+std::string_view stringValue(FloodSetType t) noexcept { return EnumText::orUnknown(nameOf(t)); }
+
+std::ostream& operator<<(std::ostream& os, FloodSetType t) { return EnumText::put(os, t, nameOf(t)); }
+
+Brix::String Dest::stringValue() const {
+  auto id = id_.value();
+  switch (destType()) {
+    case DestType::intf:
+      return fmt::format("intf(id={:x}, intf={})", id, intf().intf().stringValue().view());
+    case DestType::vxlan:
+      return fmt::format("vxlan(id={:x}, intf={}, vni={}, vtepAddr={})", id, vxlan().intf().stringValue().view(),
+                         vxlan().vni(), vxlan().vtepAddr().stringValue().view());
+    case DestType::mpls:
+      return fmt::format("mpls(id={:x}, label={}, nexthop={})", id, mpls().label(),
+                         mpls().nexthop().stringValue().view());
+    case DestType::tunnel:
+      return fmt::format("tunnel(id={:x}, tunnelId={})", id, tunnel().tunnelId());
+    case DestType::none:
+      break;
+  }
+  return fmt::format("none(id={:x})", id);
+}
+
+std::size_t Dest::hash() const noexcept {
+  std::size_t data = std::visit(
+      [](auto const& d) -> std::size_t {
+        if constexpr (std::is_same_v<std::decay_t<decltype(d)>, NoData>) {
+          return 0;
+        } else {
+          return d.hash();
+        }
+      },
+      data_);
+  return ValueHash::of(id_, static_cast<std::uint8_t>(data_.index()), data);
+}
+
+std::ostream& operator<<(std::ostream& os, Dest const& d) { return os << d.stringValue(); }
+
+}  // namespace L2Rib

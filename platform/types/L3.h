@@ -1,0 +1,53 @@
+// L3::VrfName, the name of a VRF.
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include "runtime/String.h"
+#include "types/ValueHash.h"
+
+namespace L3 {
+
+// A name of at most 100 bytes; a longer one raises Brix::RangeException. Names sort with
+// "default" first and all others in byte order after it.
+class VrfName {
+ public:
+  static constexpr std::size_t maxLength() noexcept { return 100; }
+  static constexpr std::string_view defaultName() noexcept { return "default"; }
+
+  VrfName() = default;
+  explicit VrfName(std::string_view name) : name_(name) {}
+  explicit VrfName(char const* name) : name_(std::string_view(name ? name : "")) {}
+  explicit VrfName(std::string const& name) : name_(std::string_view(name)) {}
+  explicit VrfName(Brix::String const& name) : name_(name) {}
+
+  Brix::String const& stringValue() const noexcept { return name_.string(); }
+  std::string_view view() const noexcept { return name_.view(); }
+  char const* c_str() const noexcept { return name_.c_str(); }
+  std::size_t size() const noexcept { return name_.size(); }
+  bool empty() const noexcept { return name_.empty(); }
+  bool isDefault() const noexcept { return view() == defaultName(); }
+  int compare(VrfName const& o) const noexcept { return stringValue().compare(o.stringValue()); }
+
+  std::size_t hash() const noexcept { return std::hash<std::string_view>{}(view()); }
+
+  friend bool operator==(VrfName const&, VrfName const&) = default;
+  friend std::strong_ordering operator<=>(VrfName const& a, VrfName const& b) noexcept {
+    bool aDefault = a.isDefault(), bDefault = b.isDefault();
+    if (aDefault || bDefault) return bDefault <=> aDefault;
+    return a.compare(b) <=> 0;
+  }
+
+ private:
+  Brix::BoundedString<100> name_;
+};
+
+std::ostream& operator<<(std::ostream& os, VrfName const& name);
+
+}  // namespace L3
+
+VALUE_TYPES_STD_HASH(L3::VrfName);
