@@ -17,6 +17,7 @@
 #include <cstddef>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "runtime/Entity.h"
 #include "runtime/HashMap2018.h"
@@ -34,6 +35,7 @@ auto keyOf(R const& r) -> decltype(r.key()) {
 template <class T>
 class Key {
  public:
+  using KeyOfEntity = T;
   explicit Key(T v = T{}) : v_(std::move(v)) {}
   T const& get() const noexcept { return v_; }
   friend bool operator==(Key const&, Key const&) = default;
@@ -132,6 +134,13 @@ class Entities {
     e.publish(f, &k);
     return m;
   }
+  // Puts a given member under `k`, in place of any other: how a writer replaces a member object.
+  Brix::Ptr<E> set(Entity const& e, Brix::FieldId f, K const& k, Brix::Ptr<E> m) {
+    if (auto const* n = map_.lookupNodeG(k); n && n->value == m) return m;
+    map_.newMemberG(k, m);
+    e.publish(f, &k);
+    return m;
+  }
   Brix::Ptr<E> del(Entity const& e, Brix::FieldId f, K const& k) {
     Brix::Ptr<E> old;
     if (map_.deleteMemberG(k, &old)) e.publish(f, &k);
@@ -199,6 +208,38 @@ class OrderedEntities {
   Map map_;
 };
 
+// What generic code (equality, dumps, mirrors) needs to tell the kinds apart.
+template <class A>
+concept KeyAttr = requires(A const& a) {
+  typename A::KeyOfEntity;
+};
+template <class A>
+concept ScalarAttr = requires {
+  typename A::ValueType;
+}
+&&!requires { typename A::KeyType; };
+template <class A>
+concept MembersAttr = requires {
+  typename A::Member;
+};
+template <class A>
+concept ValuesAttr = requires {
+  typename A::KeyType;
+}
+&&!MembersAttr<A>;
+
+// Every key of a collection attribute, in its walk order.
+template <class A>
+std::vector<typename A::KeyType> keysOf(A const& attr) {
+  std::vector<typename A::KeyType> keys;
+  if constexpr (requires { attr.map().iterator(); }) {
+    for (auto const& [k, v] : attr.map().map()) keys.push_back(k);
+  } else {
+    for (auto it = attr.map().begin(); !it.done(); it.advance()) keys.push_back(it.currNodeNonStale().key);
+  }
+  return keys;
+}
+
 }  // namespace Vok::Attr
 
 // ---- the declaration macros ------------------------------------------------------------------
@@ -252,14 +293,15 @@ class OrderedEntities {
   R name##Del(K const& k) { return name##_.del(*this, name##Field, k); } \
   VOK_ATTR_COLL_COMMON_(name, K)
 
-#define VOK_ATTR_DECL_entities(name, K, E)                                            \
- private:                                                                             \
-  ::Vok::Attr::Entities<K, E> name##_;                                                \
-                                                                                      \
- public:                                                                              \
-  ::Brix::Ptr<E> name(K const& k) const { return name##_.get(k); }                    \
-  ::Brix::Ptr<E> name##Is(K const& k) { return name##_.set(*this, name##Field, k); }  \
-  ::Brix::Ptr<E> name##Del(K const& k) { return name##_.del(*this, name##Field, k); } \
+#define VOK_ATTR_DECL_entities(name, K, E)                                                                           \
+ private:                                                                                                            \
+  ::Vok::Attr::Entities<K, E> name##_;                                                                               \
+                                                                                                                     \
+ public:                                                                                                             \
+  ::Brix::Ptr<E> name(K const& k) const { return name##_.get(k); }                                                   \
+  ::Brix::Ptr<E> name##Is(K const& k) { return name##_.set(*this, name##Field, k); }                                 \
+  ::Brix::Ptr<E> name##Is(K const& k, ::Brix::Ptr<E> m) { return name##_.set(*this, name##Field, k, std::move(m)); } \
+  ::Brix::Ptr<E> name##Del(K const& k) { return name##_.del(*this, name##Field, k); }                                \
   VOK_ATTR_COLL_COMMON_(name, K)
 
 #define VOK_ATTR_DECL_orderedEntities(name, K, E)                                     \

@@ -19,6 +19,8 @@ std::string text(T const& v) {
   std::ostringstream os;
   if constexpr (std::is_same_v<T, bool>) {
     os << (v ? "true" : "false");
+  } else if constexpr (std::is_integral_v<T> && sizeof(T) == 1) {
+    os << static_cast<unsigned>(v);  // a byte is a number here, not a character
   } else {
     os << v;
   }
@@ -30,12 +32,12 @@ void flatten(E const& e, std::string const& prefix, Flat& out) {
   e.vokForEachAttribute([&](std::string_view name, Brix::FieldId, auto const& attr) {
     using A = std::decay_t<decltype(attr)>;
     std::string base = prefix + std::string(name);
-    if constexpr (Impl::isScalar<A>) {
+    if constexpr (Vok::Attr::ScalarAttr<A>) {
       out[base] = text(attr.get());
-    } else if constexpr (Impl::isMembers<A>) {
-      for (auto const& k : Impl::keysOf(attr)) flatten(*attr.get(k), base + "[" + text(k) + "].", out);
-    } else if constexpr (Impl::isValues<A>) {
-      for (auto const& k : Impl::keysOf(attr)) out[base + "[" + text(k) + "]"] = text(attr.get(k));
+    } else if constexpr (Vok::Attr::MembersAttr<A>) {
+      for (auto const& k : Vok::Attr::keysOf(attr)) flatten(*attr.get(k), base + "[" + text(k) + "].", out);
+    } else if constexpr (Vok::Attr::ValuesAttr<A>) {
+      for (auto const& k : Vok::Attr::keysOf(attr)) out[base + "[" + text(k) + "]"] = text(attr.get(k));
     }
   });
 }

@@ -31,38 +31,11 @@ class MirrorBase {
 };
 
 namespace Impl {
-template <class A>
-inline constexpr bool isScalar = requires {
-  typename A::ValueType;
-}
-&&!requires { typename A::KeyType; };
-template <class A>
-inline constexpr bool isMembers = requires {
-  typename A::Member;
-};
-template <class A>
-inline constexpr bool isValues = requires {
-  typename A::KeyType;
-}
-&&!isMembers<A>;
-
 template <class K>
 std::string keyText(K const& k) {
   std::ostringstream os;
   os << k;
   return os.str();
-}
-
-// Every key of a collection attribute, whichever map type it has.
-template <class A>
-std::vector<typename A::KeyType> keysOf(A const& attr) {
-  std::vector<typename A::KeyType> keys;
-  if constexpr (requires { attr.map().iterator(); }) {
-    for (auto const& [k, v] : attr.map().map()) keys.push_back(k);
-  } else {
-    for (auto it = attr.map().begin(); !it.done(); it.advance()) keys.push_back(it.currNodeNonStale().key);
-  }
-  return keys;
 }
 
 template <class D, class E, class K, class V>
@@ -83,10 +56,10 @@ class Mirror final : public MirrorBase {
   Mirror(Brix::Ptr<E const> src, DstOf dstOf, Link& link)
       : src_(std::move(src)), dstOf_(std::move(dstOf)), link_(link), sub_(this) {
     sub_.subscribeTo(src_->publisher(), &Mirror::dispatch);
-    src_->vokForEachAttribute([this](auto, Brix::FieldId field, auto const& attr) {
+    src_->vokForEachAttribute([&](auto, Brix::FieldId field, auto const& attr) {
       using A = std::decay_t<decltype(attr)>;
-      if constexpr (Impl::isMembers<A>) {
-        for (auto const& k : Impl::keysOf(attr)) memberChanged(field, attr, k);
+      if constexpr (Vok::Attr::MembersAttr<A>) {
+        for (auto const& k : Vok::Attr::keysOf(attr)) memberChanged(field, attr, k);
       }
     });
   }
@@ -110,23 +83,23 @@ class Mirror final : public MirrorBase {
   void onChange(Brix::FieldId field, void const* key) {
     src_->vokVisitField(field, [&](auto, Brix::FieldId, auto const& attr) {
       using A = std::decay_t<decltype(attr)>;
-      if constexpr (Impl::isScalar<A>) {
+      if constexpr (Vok::Attr::ScalarAttr<A>) {
         auto v = attr.get();
-        post(field, [v](E& dst, Brix::FieldId f, auto& dattr) { dattr.set(dst, f, v); });
-      } else if constexpr (Impl::isValues<A>) {
+        post<A>(field, [v](E& dst, Brix::FieldId f, auto& dattr) { dattr.set(dst, f, v); });
+      } else if constexpr (Vok::Attr::ValuesAttr<A>) {
         auto k = *static_cast<typename A::KeyType const*>(key);
         if (attr.has(k)) {
-          post(field,
-               [k, v = attr.get(k)](E& dst, Brix::FieldId f, auto& dattr) { Impl::setValue(dattr, dst, f, k, v); });
+          post<A>(field,
+                  [k, v = attr.get(k)](E& dst, Brix::FieldId f, auto& dattr) { Impl::setValue(dattr, dst, f, k, v); });
         } else {
-          post(field, [k](E& dst, Brix::FieldId f, auto& dattr) { dattr.del(dst, f, k); });
+          post<A>(field, [k](E& dst, Brix::FieldId f, auto& dattr) { dattr.del(dst, f, k); });
         }
-      } else if constexpr (Impl::isMembers<A>) {
+      } else if constexpr (Vok::Attr::MembersAttr<A>) {
         auto k = *static_cast<typename A::KeyType const*>(key);
         if (attr.has(k)) {
-          post(field, [k](E& dst, Brix::FieldId f, auto& dattr) { dattr.set(dst, f, k); });
+          post<A>(field, [k](E& dst, Brix::FieldId f, auto& dattr) { dattr.set(dst, f, k); });
         } else {
-          post(field, [k](E& dst, Brix::FieldId f, auto& dattr) { dattr.del(dst, f, k); });
+          post<A>(field, [k](E& dst, Brix::FieldId f, auto& dattr) { dattr.del(dst, f, k); });
         }
         memberChanged(field, attr, k);
       }
@@ -134,14 +107,14 @@ class Mirror final : public MirrorBase {
   }
 
   // Queues `apply(dst, field, dstAttribute)` for the link's far end.
-  template <class F>
+  template <class A, class F>
   void post(Brix::FieldId field, F apply) {
     // What crosses holds no pointer to a mirror: a mirror may go while its changes are in flight.
     link_.post([dstOf = dstOf_, field, apply = std::move(apply)] {
       Brix::Ptr<E> dst = dstOf();
       if (!dst) return;
       dst->vokVisitField(field, [&](auto, Brix::FieldId f, auto& dattr) {
-        if constexpr (requires { apply(*dst, f, dattr); }) apply(*dst, f, dattr);
+        if constexpr (std::is_same_v<std::decay_t<decltype(dattr)>, A>) apply(*dst, f, dattr);
       });
     });
   }
@@ -177,14 +150,14 @@ class Mirror final : public MirrorBase {
       using A = std::decay_t<decltype(attr)>;
       dst->vokVisitField(field, [&](auto, Brix::FieldId f, auto& dattr) {
         if constexpr (std::is_same_v<std::decay_t<decltype(dattr)>, A>) {
-          if constexpr (Impl::isScalar<A>) {
+          if constexpr (Vok::Attr::ScalarAttr<A>) {
             dattr.set(*dst, f, attr.get());
-          } else {
-            for (auto const& k : Impl::keysOf(dattr)) {
+          } else if constexpr (Vok::Attr::ValuesAttr<A> || Vok::Attr::MembersAttr<A>) {
+            for (auto const& k : Vok::Attr::keysOf(dattr)) {
               if (!attr.has(k)) dattr.del(*dst, f, k);
             }
-            for (auto const& k : Impl::keysOf(attr)) {
-              if constexpr (Impl::isMembers<A>) {
+            for (auto const& k : Vok::Attr::keysOf(attr)) {
+              if constexpr (Vok::Attr::MembersAttr<A>) {
                 dattr.set(*dst, f, k);
               } else {
                 Impl::setValue(dattr, *dst, f, k, attr.get(k));

@@ -20,9 +20,8 @@ struct Step {
 
 void printLocal(Sim::Pair& pair) {
   for (Sim::Switch* s : {&pair.a, &pair.b}) {
-    for (auto const& [attr, value] : Sim::flatten(*s->localVxStatus)) {
-      fmt::print("    {} localVxStatus.{:<28} {}\n", s->name(), attr, value);
-    }
+    auto flat = Sim::flatten(*s->localVxStatus);
+    fmt::print("    {} localVxStatus.scheduledMlagPeerArpSync: {}\n", s->name(), flat["scheduledMlagPeerArpSync"]);
   }
 }
 

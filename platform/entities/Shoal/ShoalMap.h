@@ -1,0 +1,137 @@
+// Shoal tables: keyed tables in shared memory that other processes write. A read by key gives
+// the record and a found flag (an absent key gives the all-default record); a walk goes by key,
+// first and next, with a Shoal::IterHint; a change notifies by key like a collection.
+//
+// Any read or step of a walk may find the table damaged and raise
+// Brix::CorruptionDetectedException; the reader reports it through doCorruptionDetected() and
+// takes the default. Here the table lives in process memory, and a test chooses which read or
+// which step of a walk raises (corruptReadIs / corruptWalkStepIs), so every reader's handling of
+// it can be exercised.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "runtime/Attributes.h"
+#include "runtime/Entity.h"
+#include "runtime/Exceptions.h"
+#include "runtime/HashMap2018.h"
+#include "runtime/String.h"
+
+namespace Shoal {
+
+// Where a walk stands: the position of the last entry returned.
+struct IterHint {
+  std::uint32_t next = 0;
+};
+
+class ShoalMapBase {
+ public:
+  // The table's report of damage found by a reader.
+  void doCorruptionDetected(Brix::String const& message) const {
+    ++corruptionReports_;
+    lastCorruption_ = message;
+  }
+  std::uint32_t corruptionReports() const noexcept { return corruptionReports_; }
+  Brix::String const& lastCorruption() const noexcept { return lastCorruption_; }
+
+  // The n-th read by key from now (1 = the next one) raises; 0 turns it off.
+  void corruptReadIs(std::uint32_t n) noexcept { readsToFault_ = n; }
+  // The n-th step of a walk from now (first or next; 1 = the next one) raises; 0 turns it off.
+  void corruptWalkStepIs(std::uint32_t n) noexcept { stepsToFault_ = n; }
+
+ protected:
+  void readCheck() const { check(readsToFault_, "read"); }
+  void stepCheck() const { check(stepsToFault_, "walk"); }
+
+ private:
+  static void check(std::uint32_t& countdown, char const* what) {
+    if (countdown == 0 || --countdown > 0) return;
+    throw Brix::CorruptionDetectedException(std::string("Shoal table damaged at ") + what);
+  }
+  mutable std::uint32_t readsToFault_ = 0;
+  mutable std::uint32_t stepsToFault_ = 0;
+  mutable std::uint32_t corruptionReports_ = 0;
+  mutable Brix::String lastCorruption_;
+};
+
+template <class K, class R>
+class ShoalMap : public ShoalMapBase {
+ public:
+  using Map = Vok::HashMap2018<K, R>;
+  using KeyType = K;
+  using ValueType = R;
+
+  // The record of `key`, or the default record; `found` tells which. May raise.
+  R get(K const& key, bool* found = nullptr) const {
+    readCheck();
+    auto const* n = map_.lookupNodeG(key);
+    if (found) *found = n != nullptr;
+    return n ? n->value : R{};
+  }
+  bool has(K const& key) const noexcept { return map_.contains(key); }
+
+  // The walk: the first entry, then the one after the last returned. False at the end. May raise.
+  bool first(IterHint& hint, K* key, R* record = nullptr) const {
+    hint.next = 0;
+    return next(hint, key, record);
+  }
+  bool next(IterHint& hint, K* key, R* record = nullptr) const {
+    stepCheck();
+    auto const* n = map_.liveNodeFrom(hint.next);
+    if (!n) return false;
+    ++hint.next;
+    *key = n->key;
+    if (record) *record = n->value;
+    return true;
+  }
+
+  // The writer's side: the process that owns the table, or a test.
+  void set(Vok::Entity const& e, Brix::FieldId f, K const& key, R const& record) {
+    auto [n, fresh] = map_.findOrInsert(key, record);
+    if (!fresh) {
+      if (n->value == record) return;
+      n->value = record;
+    }
+    e.publish(f, &key);
+  }
+  R del(Vok::Entity const& e, Brix::FieldId f, K const& key) {
+    R old{};
+    if (map_.deleteMemberG(key, &old)) e.publish(f, &key);
+    return old;
+  }
+  void delAll(Vok::Entity const& e, Brix::FieldId f) {
+    for (auto it = map_.begin(); !it.done(); it.advance()) {
+      K k = it.currNodeMaybeStale().key;
+      del(e, f, k);
+    }
+  }
+  Map const& map() const noexcept { return map_; }
+  friend bool operator==(ShoalMap const& a, ShoalMap const& b) {
+    if (a.map_.size() != b.map_.size()) return false;
+    for (auto& n : a.map_) {
+      auto const* m = b.map_.lookupNodeG(n.key);
+      if (!m || !(m->value == n.value)) return false;
+    }
+    return true;
+  }
+
+ private:
+  Map map_;
+};
+
+}  // namespace Shoal
+
+// An entity attribute that is a Shoal table: A(shoal, name, K, R). Reads go through the table
+// (`name()` gives it, with its corruption hooks); writes are the owning process's.
+#define VOK_ATTR_DECL_shoal(name, K, R)                                            \
+ private:                                                                          \
+  ::Shoal::ShoalMap<K, R> name##_;                                                 \
+                                                                                   \
+ public:                                                                           \
+  ::Shoal::ShoalMap<K, R> const& name() const noexcept { return name##_; }         \
+  void name##Is(K const& k, R const& r) { name##_.set(*this, name##Field, k, r); } \
+  R name##Del(K const& k) { return name##_.del(*this, name##Field, k); }           \
+  void name##DelAll() { name##_.delAll(*this, name##Field); }                      \
+  std::size_t name##Count() const noexcept { return name##_.map().size(); }
