@@ -16,7 +16,8 @@ execute_process(COMMAND ${CMAKE_COMMAND} --build "${WORK_DIR}/build" RESULT_VARI
 if(rc)
   message(FATAL_ERROR "building the consumer failed: ${rc}")
 endif()
-execute_process(COMMAND "${WORK_DIR}/build/consumer" RESULT_VARIABLE rc)
+# Its ring file goes to the scratch directory, not to the default one.
+execute_process(COMMAND ${CMAKE_COMMAND} -E env RINGLOGDIR=${WORK_DIR} "${WORK_DIR}/build/consumer" RESULT_VARIABLE rc)
 if(rc)
   message(FATAL_ERROR "the consumer failed: ${rc}")
 endif()

@@ -1,0 +1,85 @@
+// The layout of a ring file, shared by the writer (RingLog.h) and the decoder (RingLogReader.h).
+//
+//   [FileHeader, padded to headerBytes]
+//   [description table: descCapacity bytes of DescHeader entries, each 8-aligned]
+//   [ring of level 0][ring of level 1] ... [ring of level 9]
+//
+// All numbers are in the writer's native byte order; byteOrderMark lets a reader tell.
+//
+// A ring holds records back to back, 8-aligned, never split at the ring's end: a record that
+// does not fit before the end is preceded by a pad record (message id 0) that fills the rest.
+// RingHeader::head and ::tail count bytes written since the file was opened; the records of a
+// ring are those between tail and head (both taken modulo the capacity), oldest first. The
+// writer moves tail past the records it is about to overwrite before it writes, and publishes
+// head after, so a file left by a crash holds only whole records between the two.
+//
+// A record: RecordHeader, then the value bytes as the statement's type codes say:
+//   p  uint16 length, then that many bytes of text (at most maxText)
+//   s  2 bytes   i  4 bytes   u  1 byte   b  1 byte (0 or 1)   d  8 bytes, a double
+//   E  6 bytes, three 16-bit words   I  4 bytes, address byte order   I6  16 bytes
+//   IGO  1 byte family (1 IPv4, 2 IPv6), then 4, 16 or no bytes
+//   MV, MVP  E then s   VIPO  s then IGO   VSP  i then p
+//   F<n>  1 byte, an enumeration described by the type entry n of the table
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace RingLog::Format {
+
+inline constexpr char magic[8] = {'M', 'L', 'V', 'X', 'R', 'L', 'O', 'G'};
+inline constexpr std::uint32_t version = 1;
+inline constexpr std::uint32_t byteOrderMark = 0x01020304;
+inline constexpr int levelCount = 10;
+inline constexpr std::size_t headerBytes = 4096;
+inline constexpr std::size_t descCapacity = 256 * 1024;
+inline constexpr std::size_t maxText = 1024;  // a longer text value is cut to this
+
+struct RingHeader {
+  std::uint64_t offset;    // from the start of the file
+  std::uint64_t capacity;  // bytes, a multiple of 8; 0 for a level without a ring
+  std::uint64_t head;
+  std::uint64_t tail;
+};
+
+struct FileHeader {
+  char magic[8];
+  std::uint32_t version;
+  std::uint32_t byteOrderMark;
+  std::uint32_t levelCount;
+  std::uint32_t pid;
+  std::uint64_t fileSize;
+  std::uint64_t descOffset;
+  std::uint64_t descCapacity;
+  std::uint64_t descUsed;  // bytes of whole entries, published after each entry
+  std::uint64_t nextSeq;   // the sequence number the next record gets, across all levels
+  std::uint64_t dropped;   // records not written: too large, or their statement not described
+  double openTime;         // the time source's time when the file was opened
+  RingHeader rings[Format::levelCount];
+};
+static_assert(sizeof(FileHeader) <= headerBytes);
+
+struct RecordHeader {
+  std::int32_t msgId;  // 0 for a pad record, which carries only msgId and size
+  std::uint32_t size;  // bytes of the whole record, a multiple of 8
+  std::uint64_t seq;
+  double time;
+};
+inline constexpr std::uint32_t padRecordBytes = 8;
+
+// A description entry is followed by NUL-terminated strings:
+//   message:  source file, text, type codes separated by blanks. In the text each value's
+//             place is "%s" and a literal percent sign is "%%".
+//   type:     format ("{}"), type string ("E%hhu" then "value|name:" per member).
+struct DescHeader {
+  std::uint32_t size;  // bytes of the entry with its strings, a multiple of 8
+  std::uint32_t kind;
+  std::int32_t id;
+  std::uint32_t line;
+};
+inline constexpr std::uint32_t descMessage = 'M';
+inline constexpr std::uint32_t descType = 'T';
+
+inline constexpr std::uint64_t align8(std::uint64_t n) { return (n + 7) & ~std::uint64_t{7}; }
+
+}  // namespace RingLog::Format

@@ -1,0 +1,407 @@
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Vxlan/SmContainer.h"
+#include "Vxlan/Trace.h"
+#include "support/RingLogDir.h"
+#include "trace/DualLog.h"
+#include "trace/RingLogReader.h"
+
+MLAGVXLAN_TEST_RINGLOGDIR();
+
+// A value whose text form counts its renderings, and can switch its handle off meanwhile.
+struct Counted {
+  std::uint32_t v;
+  Vok::TraceHandle* turnOff = nullptr;
+  static inline int rendered = 0;
+};
+template <>
+struct RingLog::TypeCode<Counted> {
+  static constexpr char const* code = "i";
+  static constexpr std::uint32_t size(Counted const&) noexcept { return 4; }
+  static void put(RingBuf* rb, Counted const& c) noexcept { rb->putRaw(c.v); }
+  static void text(std::string& out, Counted const& c) {
+    ++Counted::rendered;
+    if (c.turnOff) c.turnOff->levelMaskIs(0);
+    out += std::to_string(c.v);
+  }
+};
+
+enum class Signal : std::uint8_t { off = 0, on = 1, enabled = 1, blinking = 3 };
+template <>
+struct RingLog::RlFormatter<Signal, true> {
+  static constexpr std::array<RlMember<Signal>, 4> members() {
+    return {{{Signal::blinking, "blinking"}, {Signal::off, "off"}, {Signal::on, "on"}, {Signal::enabled, "enabled"}}};
+  }
+  static void formatTypeStr(MsgFormatString& s) { formatEnumTypeStr(s, members()); }
+};
+
+static_assert(DualLog::placeCount("a {x} {{b}} {y}") == 2);
+static_assert(DualLog::placeCount("none") == 0);
+static_assert(DualLog::placeCount("open {x") == -1 && DualLog::placeCount("close }") == -1);
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+void emitVlan(RingLog::TraceHandle* rl, Vok::TraceHandle const* text, std::uint16_t vlan, std::uint32_t vni) {
+  DUAL_LOG(rl, text, 6, "VlanToVniMapToP2pSm::handleVlanToVniMap({vlan}) vni {vni}", vlan, vni);
+}
+
+template <int Level>
+void emitAt(RingLog::TraceHandle* rl, std::uint32_t i, std::uint32_t n, std::string const& pad) {
+  DUAL_LOG(rl, nullptr, Level, "record {i} of level {level} number {n} {pad}", i, std::uint8_t{Level}, n, pad);
+}
+
+Texts textsOf(RingLog::DecodedFile const& f) {
+  Texts t;
+  for (auto const& r : f.records) t.push_back(r.text);
+  return t;
+}
+
+class TraceTest : public ::testing::Test {
+ protected:
+  TraceTest() { Vok::System::timeSourceIs(&time); }
+  ~TraceTest() override { Vok::System::timeSourceIs(nullptr); }
+
+  static RingLog::SizeSpec kib(std::uint32_t n) {
+    RingLog::SizeSpec s;
+    s.size.fill(n);
+    return s;
+  }
+  std::unique_ptr<RingLog::TraceHandle> open(char const* name = "trace-test.rl", RingLog::SizeSpec sizes = kib(8)) {
+    return std::unique_ptr<RingLog::TraceHandle>(RingLog::initialize_handle(name, &sizes, nullptr, 0, 0));
+  }
+  static RingLog::DecodedFile decoded(RingLog::TraceHandle const& h) { return RingLog::decodeFile(h.fileName()); }
+
+  TestSupport::RingLogDir dir;
+  Vok::ManualTimeSource time{100.0};
+  Vok::TraceHandle text{"TraceTest", false};
+  Vok::TraceCapture capture;
+};
+
+TEST_F(TraceTest, RoundTripGivesEachMessageWithItsValuesInPlace) {
+  auto rl = open();
+  ASSERT_NE(rl->file(), nullptr) << rl->error();
+  text.levelMaskIs(~0u);
+
+  DUAL_LOG(rl.get(), &text, 5, "PrimarySm::doCleanup()");
+  time.nowIs(100.25);
+  emitVlan(rl.get(), &text, 10, 5010);
+  emitVlan(rl.get(), &text, 4094, 0xFFFFFFFF);
+  DUAL_LOG(rl.get(), &text, 6, "{name} up {up} u8 {u} after {t}s: {sv} {cs} {{literal}} 100% done",
+           Brix::String("Vxlan1"), true, std::uint8_t{255}, Brix::Duration{1.5}, std::string_view("sv"), "cs");
+  DUAL_LOG(rl.get(), &text, 6, "signal {a} then {b} then {c}", Signal::enabled, Signal::blinking,
+           static_cast<Signal>(7));
+  time.nowIs(101.0);
+  DUAL_LOG(rl.get(), &text, 0, "level zero {s} {b}", std::string("str"), false);
+  DUAL_LOG(rl.get(), &text, 8, "void Foo::bar(int) detail {x}", std::uint32_t{3});
+
+  Texts expected{"PrimarySm::doCleanup()",
+                 "VlanToVniMapToP2pSm::handleVlanToVniMap(10) vni 5010",
+                 "VlanToVniMapToP2pSm::handleVlanToVniMap(4094) vni 4294967295",
+                 "Vxlan1 up true u8 255 after 1.5s: sv cs {literal} 100% done",
+                 "signal on then blinking then 7",
+                 "level zero str false"};
+  auto f = decoded(*rl);
+  ASSERT_TRUE(f.ok()) << f.errors.front();
+  EXPECT_EQ(textsOf(f), expected);
+  Texts lines = capture.texts();
+  ASSERT_EQ(lines.size(), expected.size() + 1);
+  EXPECT_EQ(lines.back(), "void Foo::bar(int) detail 3");  // level 8: text only
+  lines.pop_back();
+  EXPECT_EQ(lines, expected);
+
+  std::vector<int> levels;
+  for (auto const& r : f.records) levels.push_back(r.level);
+  EXPECT_EQ(levels, (std::vector<int>{5, 6, 6, 6, 6, 0}));
+  EXPECT_EQ(f.records.front().time, 100.0);
+  EXPECT_EQ(f.records.back().time, 101.0);
+  EXPECT_EQ(f.records[1].msgId, f.records[2].msgId);
+  EXPECT_EQ(RingLog::formatRecord(f.records[1]), "100.250000 6 VlanToVniMapToP2pSm::handleVlanToVniMap(10) vni 5010");
+  EXPECT_EQ(capture.lines().front().function, "TestBody");
+  EXPECT_EQ(capture.lines().front().handle, "TraceTest");
+}
+
+TEST_F(TraceTest, EnumerationTypeStringListsEachValueOnceInAscendingOrder) {
+  RingLog::MsgFormatString s;
+  RingLog::RlFormatter<Signal, true>::formatTypeStr(s);
+  EXPECT_EQ(s.text(), "E%hhu0|off:1|on:3|blinking:");
+}
+
+void emitSignal(RingLog::TraceHandle* rl, Signal s) { DUAL_LOG(rl, nullptr, 6, "signal {s}", s); }
+
+TEST_F(TraceTest, AStatementIsDescribedAgainInAFileThatDoesNotKnowIt) {
+  auto a = open("a.rl");
+  emitVlan(a.get(), nullptr, 1, 2);
+  emitSignal(a.get(), Signal::on);
+  auto b = open("b.rl");
+  emitVlan(b.get(), nullptr, 3, 4);
+  emitSignal(b.get(), Signal::blinking);
+  emitVlan(a.get(), nullptr, 5, 6);
+
+  auto fa = decoded(*a);
+  auto fb = decoded(*b);
+  ASSERT_TRUE(fa.ok() && fb.ok());
+  EXPECT_EQ(textsOf(fa), (Texts{"VlanToVniMapToP2pSm::handleVlanToVniMap(1) vni 2", "signal on",
+                                "VlanToVniMapToP2pSm::handleVlanToVniMap(5) vni 6"}));
+  EXPECT_EQ(textsOf(fb), (Texts{"VlanToVniMapToP2pSm::handleVlanToVniMap(3) vni 4", "signal blinking"}));
+  EXPECT_EQ(fa.records[0].msgId, fb.records[0].msgId);
+}
+
+TEST_F(TraceTest, EachLevelKeepsItsNewestRecordsWhenItsRingWraps) {
+  auto rl = open("wrap.rl", kib(1));
+  constexpr std::uint32_t perLevel = 300;
+  std::uint32_t i = 0;
+  auto pad = [](std::uint32_t n) { return std::string(n * 7 % 41, 'x'); };
+  for (std::uint32_t n = 0; n < perLevel; ++n) {
+    [&]<int... L>(std::integer_sequence<int, L...>) { (emitAt<L>(rl.get(), i++, n, pad(n)), ...); }
+    (std::make_integer_sequence<int, 10>{});
+  }
+
+  auto f = decoded(*rl);
+  ASSERT_TRUE(f.ok()) << f.errors.front();
+  std::vector<std::vector<std::uint32_t>> numbers(10);
+  std::uint32_t lastIndex = 0;
+  for (auto const& r : f.records) {
+    std::uint32_t index = 0;
+    int level = 0;
+    std::uint32_t n = 0;
+    ASSERT_EQ(std::sscanf(r.text.c_str(), "record %u of level %d number %u", &index, &level, &n), 3) << r.text;
+    EXPECT_EQ(level, r.level);
+    EXPECT_EQ(r.text, fmt::format("record {} of level {} number {} {}", index, level, n, pad(n)));
+    EXPECT_TRUE(index > lastIndex || &r == &f.records.front()) << "merged order differs from written order";
+    lastIndex = index;
+    numbers[static_cast<std::size_t>(level)].push_back(n);
+  }
+  for (int level = 0; level < 10; ++level) {
+    auto const& ns = numbers[static_cast<std::size_t>(level)];
+    if (level == 8) {
+      EXPECT_TRUE(ns.empty()) << "level 8 is text only";
+      continue;
+    }
+    ASSERT_GT(ns.size(), 5u) << "level " << level;
+    EXPECT_LT(ns.size(), perLevel) << "level " << level << " did not wrap";
+    EXPECT_EQ(ns.back(), perLevel - 1) << "level " << level << " lost its newest record";
+    for (std::size_t k = 1; k < ns.size(); ++k) EXPECT_EQ(ns[k], ns[k - 1] + 1) << "level " << level;
+  }
+}
+
+TEST_F(TraceTest, ARecordTooLargeForItsRingIsDroppedAndLongTextIsCut) {
+  RingLog::SizeSpec sizes{};
+  sizes.size[5] = 1;
+  sizes.size[6] = 8;
+  auto rl = open("large.rl", sizes);
+  DUAL_LOG(rl.get(), nullptr, 5, "big {t}", std::string(600, 'x'));  // more than half of 1 KiB
+  DUAL_LOG(rl.get(), nullptr, 5, "small {t}", "y");
+  DUAL_LOG(rl.get(), nullptr, 6, "huge {t}", std::string(3000, 'z'));
+  DUAL_LOG(rl.get(), nullptr, 7, "no ring at level 7 {x}", std::uint32_t{1});
+
+  auto f = decoded(*rl);
+  ASSERT_TRUE(f.ok()) << f.errors.front();
+  EXPECT_EQ(textsOf(f), (Texts{"small y", "huge " + std::string(RingLog::Format::maxText, 'z')}));
+  EXPECT_EQ(f.dropped, 2u);
+}
+
+TEST_F(TraceTest, WithoutARingFileTheTextIsStillWritten) {
+  text.levelIs(6, true);
+  DUAL_LOG(nullptr, &text, 6, "peer {p} gone", Brix::String("10.0.0.1"));
+
+  ::setenv("RINGLOGDIR", (dir.path() + "/missing").c_str(), 1);
+  auto noFile = open("x.rl");
+  ::setenv("RINGLOGDIR", dir.path().c_str(), 1);
+  EXPECT_EQ(noFile->file(), nullptr);
+  EXPECT_NE(noFile->error().find(dir.path() + "/missing/x.rl"), std::string::npos) << noFile->error();
+  DUAL_LOG(noFile.get(), &text, 6, "peer {p} gone", Brix::String("10.0.0.2"));
+  DUAL_LOG(noFile.get(), nullptr, 6, "peer {p} gone", Brix::String("10.0.0.3"));
+
+  EXPECT_EQ(capture.texts(), (Texts{"peer 10.0.0.1 gone", "peer 10.0.0.2 gone"}));
+}
+
+TEST_F(TraceTest, LevelsOffRenderNoValueButTheRingStillGetsTheRecord) {
+  auto rl = open();
+  Counted::rendered = 0;
+  text.levelMaskIs(1u << 8);
+  DUAL_LOG(rl.get(), &text, 5, "count {c}", Counted{42});
+  DUAL_LOG(rl.get(), &text, 6, "count {c}", Counted{43});
+  EXPECT_EQ(Counted::rendered, 0);
+  EXPECT_TRUE(capture.lines().empty());
+
+  text.levelIs(6, true);
+  DUAL_LOG(rl.get(), &text, 6, "count {c}", Counted{44});
+  EXPECT_EQ(Counted::rendered, 1);
+  // The level goes off while the values are rendered: the bit is tested again, no line.
+  DUAL_LOG(rl.get(), &text, 6, "count {c}", Counted{45, &text});
+  EXPECT_EQ(Counted::rendered, 2);
+  EXPECT_EQ(capture.texts(), (Texts{"count 44"}));
+
+  auto f = decoded(*rl);
+  ASSERT_TRUE(f.ok());
+  EXPECT_EQ(textsOf(f), (Texts{"count 42", "count 43", "count 44", "count 45"}));
+}
+
+TEST_F(TraceTest, RecordsSurviveAKilledProcess) {
+  pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    auto rl = open("killed.rl");
+    for (std::uint16_t vlan = 1; vlan <= 3; ++vlan) emitVlan(rl.get(), nullptr, vlan, vlan);
+    ::raise(SIGKILL);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  auto f = RingLog::decodeFile(dir.path() + "/killed.rl");
+  ASSERT_TRUE(f.ok()) << f.errors.front();
+  EXPECT_EQ(textsOf(f), (Texts{"VlanToVniMapToP2pSm::handleVlanToVniMap(1) vni 1",
+                               "VlanToVniMapToP2pSm::handleVlanToVniMap(2) vni 2",
+                               "VlanToVniMapToP2pSm::handleVlanToVniMap(3) vni 3"}));
+  EXPECT_EQ(f.pid, static_cast<std::uint32_t>(child));
+}
+
+TEST_F(TraceTest, FileIsWritableByItsOwnerOnlyAndALinkIsRefused) {
+  std::string path = dir.path() + "/mode.rl";
+  std::ofstream(path) << "old";
+  ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
+  auto rl = open("mode.rl");
+  ASSERT_NE(rl->file(), nullptr) << rl->error();
+  struct stat st {};
+  ASSERT_EQ(::stat(path.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 022, 0u);
+
+  ASSERT_EQ(::symlink(path.c_str(), (dir.path() + "/link.rl").c_str()), 0);
+  auto link = open("link.rl");
+  EXPECT_EQ(link->file(), nullptr);
+  EXPECT_FALSE(link->error().empty());
+}
+
+TEST_F(TraceTest, PerThreadModeGivesEachThreadItsOwnFile) {
+  auto sizes = kib(8);
+  std::unique_ptr<RingLog::TraceHandle> rl(RingLog::initialize_handle("mt.rl", &sizes, nullptr, 0, 1));
+  EXPECT_EQ(rl->file(), nullptr);
+  emitVlan(rl.get(), nullptr, 1, 1);
+  std::string otherPath;
+  std::thread([&] {
+    emitVlan(rl.get(), nullptr, 2, 2);
+    otherPath = rl->mtTraceFile()->path();
+  }).join();
+  ASSERT_NE(rl->mtTraceFile(), nullptr);
+  std::string mainPath = rl->mtTraceFile()->path();
+  EXPECT_NE(mainPath, otherPath);
+  EXPECT_EQ(textsOf(RingLog::decodeFile(mainPath)), (Texts{"VlanToVniMapToP2pSm::handleVlanToVniMap(1) vni 1"}));
+  EXPECT_EQ(textsOf(RingLog::decodeFile(otherPath)), (Texts{"VlanToVniMapToP2pSm::handleVlanToVniMap(2) vni 2"}));
+}
+
+TEST(VxlanTrace, TheSystemsStatementWritesTextAndOnceAContainerMadeItTheRing) {
+  ASSERT_EQ(MlagVxlan::vxlanRlHandle(), nullptr) << "no container in this test binary";
+  Vok::TraceCapture capture;
+  Vok::TraceHandle* text = MlagVxlan::_defaultTraceHandle();
+  EXPECT_EQ(text, MlagVxlan::_defaultTraceHandle());
+  text->levelMaskIs(1u << 5 | 1u << 6);
+  auto handle = [](std::uint16_t vlan) { VXLAN_TRACE_FN("handleVlan", 6, "VlanSm::handleVlan({vlan})", vlan); };
+
+  handle(10);  // no ring handle yet: text only
+  MlagVxlan::vxlanRlHandleInit();
+  ASSERT_NE(MlagVxlan::vxlanRlHandle(), nullptr);
+  ASSERT_NE(MlagVxlan::vxlanRlHandle()->file(), nullptr) << MlagVxlan::vxlanRlHandle()->error();
+  EXPECT_EQ(MlagVxlan::vxlanRlHandle()->fileName(), std::string(std::getenv("RINGLOGDIR")) + "/Mlag-Vxlan.rl");
+  handle(20);
+  VXLAN_TRACE(5, "VlanSm::doCleanup()");
+  text->levelMaskIs(0);
+
+  auto f = RingLog::decodeFile(MlagVxlan::vxlanRlHandle()->fileName());
+  ASSERT_TRUE(f.ok()) << f.errors.front();
+  EXPECT_EQ(textsOf(f), (Texts{"VlanSm::handleVlan(20)", "VlanSm::doCleanup()"}));
+  ASSERT_EQ(capture.lines().size(), 3u);
+  EXPECT_EQ(capture.lines()[0].handle, "VxlanMlagHostTableSm");
+  EXPECT_EQ(capture.lines()[0].function, "handleVlan");
+  EXPECT_EQ(capture.lines()[2].function, "TestBody");
+  EXPECT_EQ(capture.texts(), (Texts{"VlanSm::handleVlan(10)", "VlanSm::handleVlan(20)", "VlanSm::doCleanup()"}));
+}
+
+// Sets or clears an environment variable for the life of the guard.
+class EnvGuard {
+ public:
+  EnvGuard(char const* name, char const* value) : name_(name) {
+    if (char const* old = std::getenv(name)) old_ = old;
+    value ? ::setenv(name, value, 1) : ::unsetenv(name);
+  }
+  ~EnvGuard() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
+
+ private:
+  char const* name_;
+  std::optional<std::string> old_;
+};
+
+TEST(RingLogFileName, PidAndDirectoryFollowTheRule) {
+  std::string pid = std::to_string(::getpid());
+  {
+    TestSupport::RingLogDir dir;
+    EXPECT_EQ(RingLog::resolvePath("Mlag-Vxlan-%d.rl", nullptr), dir.path() + "/Mlag-Vxlan-" + pid + ".rl");
+    EXPECT_EQ(MlagVxlan::vxlanRlFileName(), "Mlag-Vxlan.rl");
+    EXPECT_EQ(RingLog::resolvePath("a.rl", "/var/x/"), "/var/x/a.rl");
+    EXPECT_EQ(RingLog::resolvePath("/abs/%d-%d.rl", nullptr), "/abs/" + pid + "-" + pid + ".rl");
+  }
+  EnvGuard unset("RINGLOGDIR", nullptr);
+  EXPECT_EQ(MlagVxlan::vxlanRlFileName(), "Mlag-Vxlan-%d.rl");
+  EXPECT_EQ(RingLog::resolvePath("Mlag-Vxlan-%d.rl", nullptr),
+            std::string(RingLog::defaultDir) + "/Mlag-Vxlan-" + pid + ".rl");
+}
+
+TEST(TextTrace, LevelListsParseOrSayWhatIsWrong) {
+  struct Case {
+    char const* list;
+    bool ok;
+    std::uint32_t mask;
+  };
+  for (auto [list, ok, mask] :
+       {Case{"5,6", true, 0x60}, Case{"0-9", true, 0x3ff}, Case{" 5 - 6 , 8", true, 0x160}, Case{"all", true, 0x3ff},
+        Case{"", true, 0}, Case{"10", false, 0}, Case{"6-5", false, 0}, Case{"5,", false, 0}, Case{"x", false, 0}}) {
+    std::uint32_t m = 0xdead;
+    std::string error;
+    EXPECT_EQ(Vok::parseLevelMask(list, m, error), ok) << list;
+    if (ok) {
+      EXPECT_EQ(m, mask) << list;
+    } else {
+      EXPECT_NE(error.find("bad level"), std::string::npos) << error;
+    }
+  }
+}
+
+TEST(TextTrace, HandleTakesItsLevelsFromTheEnvironment) {
+  Vok::TraceCapture capture;
+  {
+    EnvGuard env(Vok::traceEnvVar, "5-6,8");
+    EXPECT_EQ(Vok::TraceHandle("A", false).levelMask(), 0x160u);
+  }
+  {
+    EnvGuard env(Vok::traceEnvVar, nullptr);
+    EXPECT_EQ(Vok::TraceHandle("B", true).levelMask(), 0x3ffu);
+    EXPECT_EQ(Vok::TraceHandle("C", false).levelMask(), 0u);
+  }
+  EnvGuard env(Vok::traceEnvVar, "five");
+  Vok::TraceHandle bad("D", false);
+  EXPECT_EQ(bad.levelMask(), 0u);
+  ASSERT_EQ(capture.lines().size(), 1u);
+  EXPECT_EQ(capture.lines()[0].handle, "D");
+  EXPECT_EQ(capture.lines()[0].text.rfind("MLAGVXLAN_TRACE: bad level 'five'", 0), 0u) << capture.lines()[0].text;
+
+  EXPECT_EQ(Vok::formatTraceLine(Vok::TraceLine{"H", 6, "f.cpp", 1, "handleX", 2.5, "text"}),
+            "2.500000 H 6 handleX: text");
+}
+
+}  // namespace
