@@ -181,6 +181,44 @@ Brix::Ptr<Sm> smNew(A&&... args) {
   return out;
 }
 
+// An internal value collection of a state machine: values by key, a read of an absent key
+// giving the default. Declared with VOK_SM_VALUES, which gives the named members.
+template <class K, class V>
+class ValueCollection {
+ public:
+  using Map = HashMap2018<K, V>;
+
+  V get(K const& k) const {
+    auto const* n = map_.lookupNodeG(k);
+    return n ? n->value : V{};
+  }
+  bool has(K const& k) const noexcept { return map_.contains(k); }
+  void set(K const& k, V v) { map_.newMemberG(k, std::move(v)); }
+  V del(K const& k) {
+    V old{};
+    map_.deleteMemberG(k, &old);
+    return old;
+  }
+  void delAll() { map_._memberDelAll(); }
+  Map const& map() const noexcept { return map_; }
+
+ private:
+  Map map_;
+};
+
+#define VOK_SM_VALUES(name, K, V)                                           \
+ public:                                                                    \
+  V name(K const& k) const { return name##_.get(k); }                       \
+  bool name##Has(K const& k) const { return name##_.has(k); }               \
+  void name##Is(K const& k, V const& v) { name##_.set(k, v); }              \
+  V name##Del(K const& k) { return name##_.del(k); }                        \
+  void name##DelAll() { name##_.delAll(); }                                 \
+  std::size_t name##Count() const noexcept { return name##_.map().size(); } \
+  auto name##Iter() const { return name##_.map().begin(); }                 \
+                                                                            \
+ private:                                                                   \
+  ::Vok::ValueCollection<K, V> name##_;
+
 // A constructor input. With a dispatch function it is subscribed while the owner is active.
 template <class T>
 class Input final : Impl::Member {
