@@ -47,9 +47,35 @@ void SmContainer::handleInitialized() { vxlanRlHandleInit(); }
 void SmContainer::lastUserGone() {
   incUse();  // a delivery of the children's removal holds the container: keep it whole meanwhile
   Brix::hasNotificationActiveSet(this, false);
+  (void)primarySmDel();
+  (void)secondarySmDel();
   (void)scheduledMlagPeerArpSyncSmDel();
   delete this;
 }
+
+PrimarySm::Ptr SmContainer::primarySmIs(
+    Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+    Brix::Ptr<Mlag::VxlanStatus> localVxStatus, Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
+    Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir, Brix::Ptr<Arp::InputConfig const> arpInputConfig,
+    Brix::Ptr<Bfd::StatusPeer> bfdStatusPeer, Brix::Ptr<Mlag::Status const> mlagStatus) {
+  return primarySm_.is(std::move(sentVxStatus), std::move(recvVxStatus), std::move(localVxStatus),
+                       std::move(vtiStatusDir), std::move(vtepStatusDir), std::move(arpInputConfig),
+                       std::move(bfdStatusPeer), std::move(mlagStatus));
+}
+
+PrimarySm::Ptr SmContainer::primarySmDel() { return primarySm_.del(); }
+
+SecondarySm::Ptr SmContainer::secondarySmIs(
+    Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+    Brix::Ptr<Mlag::VxlanStatus> localVxStatus, Brix::Ptr<Bridging::Config const> bridgingConfig,
+    Brix::Ptr<Bridging::Flat::VlanConfigDir const> vlanConfigFlatDir, Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
+    Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir, Brix::Ptr<Mlag::Status const> mlagStatus) {
+  return secondarySm_.is(std::move(sentVxStatus), std::move(recvVxStatus), std::move(localVxStatus),
+                         std::move(bridgingConfig), std::move(vlanConfigFlatDir), std::move(vtiStatusDir),
+                         std::move(vtepStatusDir), std::move(mlagStatus));
+}
+
+SecondarySm::Ptr SmContainer::secondarySmDel() { return secondarySm_.del(); }
 
 ScheduledMlagPeerArpSyncSm::Ptr SmContainer::scheduledMlagPeerArpSyncSmIs(
     Brix::Ptr<Mlag::VxlanStatus const> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,

@@ -5,7 +5,9 @@
 
 #include <string>
 
+#include "Vxlan/PrimarySm.h"
 #include "Vxlan/ScheduledMlagPeerArpSyncSm.h"
+#include "Vxlan/SecondarySm.h"
 #include "runtime/Entity.h"
 #include "runtime/StateMachine.h"
 #include "runtime/String.h"
@@ -43,6 +45,26 @@ class SmContainer : public Vok::Entity, public Vok::Impl::MemberOwner {
 
   Brix::String const& nameString() const noexcept { return name_; }
 
+  PrimarySm::Ptr const& primarySm() const noexcept { return primarySm_.ptr(); }
+  PrimarySm::Ptr primarySmIs(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+                             Brix::Ptr<Mlag::VxlanStatus> localVxStatus,
+                             Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
+                             Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir,
+                             Brix::Ptr<Arp::InputConfig const> arpInputConfig, Brix::Ptr<Bfd::StatusPeer> bfdStatusPeer,
+                             Brix::Ptr<Mlag::Status const> mlagStatus);
+  PrimarySm::Ptr primarySmDel();
+
+  SecondarySm::Ptr const& secondarySm() const noexcept { return secondarySm_.ptr(); }
+  SecondarySm::Ptr secondarySmIs(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus,
+                                 Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+                                 Brix::Ptr<Mlag::VxlanStatus> localVxStatus,
+                                 Brix::Ptr<Bridging::Config const> bridgingConfig,
+                                 Brix::Ptr<Bridging::Flat::VlanConfigDir const> vlanConfigFlatDir,
+                                 Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
+                                 Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir,
+                                 Brix::Ptr<Mlag::Status const> mlagStatus);
+  SecondarySm::Ptr secondarySmDel();
+
   ScheduledMlagPeerArpSyncSm::Ptr const& scheduledMlagPeerArpSyncSm() const noexcept {
     return scheduledMlagPeerArpSyncSm_.ptr();
   }
@@ -55,6 +77,8 @@ class SmContainer : public Vok::Entity, public Vok::Impl::MemberOwner {
 
  private:
   Brix::String const name_;
+  Vok::Child<PrimarySm> primarySm_{this, this, primarySmField};
+  Vok::Child<SecondarySm> secondarySm_{this, this, secondarySmField};
   Vok::Child<ScheduledMlagPeerArpSyncSm> scheduledMlagPeerArpSyncSm_{this, this, scheduledMlagPeerArpSyncSmField};
 };
 

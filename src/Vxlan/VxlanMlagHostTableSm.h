@@ -1,5 +1,10 @@
 // The header a hosting agent includes: the container, its children and their factories.
 #pragma once
 
+#include "Vxlan/PrimarySm.h"
 #include "Vxlan/ScheduledMlagPeerArpSyncSm.h"
+#include "Vxlan/SecondarySm.h"
 #include "Vxlan/SmContainer.h"
+#include "Vxlan/VlanToVniMapSm.h"
+#include "Vxlan/VlanToVniMapToP2pSm.h"
+#include "Vxlan/VniToDynVlanMapToCorestateSm.h"

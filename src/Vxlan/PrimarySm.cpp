@@ -1,0 +1,83 @@
+#include "Vxlan/PrimarySm.h"
+
+#include "Vxlan/RoleCommon.h"
+#include "Vxlan/Trace.h"
+
+namespace MlagVxlan {
+
+PrimarySm::PrimarySm(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+                     Brix::Ptr<Mlag::VxlanStatus> localVxStatus, Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
+                     Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir,
+                     Brix::Ptr<Arp::InputConfig const> arpInputConfig, Brix::Ptr<Bfd::StatusPeer> bfdStatusPeer,
+                     Brix::Ptr<Mlag::Status const> mlagStatus)
+    : sentVxStatus_(std::move(sentVxStatus)),
+      recvVxStatus_(this, std::move(recvVxStatus)),
+      localVxStatus_(std::move(localVxStatus)),
+      vtiStatusDir_(std::move(vtiStatusDir)),
+      vtepStatusDir_(this, std::move(vtepStatusDir)),
+      arpInputConfig_(this, std::move(arpInputConfig)),
+      bfdStatusPeer_(std::move(bfdStatusPeer)),
+      mlagStatus_(std::move(mlagStatus)) {
+  handleInitialized();
+}
+
+void PrimarySm::PrimarySmIs(Ptr& out, Brix::Ptr<Mlag::VxlanStatus> sentVxStatus,
+                            Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus, Brix::Ptr<Mlag::VxlanStatus> localVxStatus,
+                            Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
+                            Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir,
+                            Brix::Ptr<Arp::InputConfig const> arpInputConfig, Brix::Ptr<Bfd::StatusPeer> bfdStatusPeer,
+                            Brix::Ptr<Mlag::Status const> mlagStatus) {
+  Vok::smIs(out, std::move(sentVxStatus), std::move(recvVxStatus), std::move(localVxStatus), std::move(vtiStatusDir),
+            std::move(vtepStatusDir), std::move(arpInputConfig), std::move(bfdStatusPeer), std::move(mlagStatus));
+}
+
+PrimarySm::Ptr primarySmFactory(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus,
+                                Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+                                Brix::Ptr<Mlag::VxlanStatus> localVxStatus,
+                                Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
+                                Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir,
+                                Brix::Ptr<Arp::InputConfig const> arpInputConfig,
+                                Brix::Ptr<Bfd::StatusPeer> bfdStatusPeer, Brix::Ptr<Mlag::Status const> mlagStatus) {
+  PrimarySm::Ptr out;
+  PrimarySm::PrimarySmIs(out, std::move(sentVxStatus), std::move(recvVxStatus), std::move(localVxStatus),
+                         std::move(vtiStatusDir), std::move(vtepStatusDir), std::move(arpInputConfig),
+                         std::move(bfdStatusPeer), std::move(mlagStatus));
+  return out;
+}
+
+// Without an ARP input no VRF is configured, so whatever a former role published is stale.
+bool PrimarySm::vrfConfigured(L3::VrfName const& vrf) const {
+  return arpInputConfig_ && arpInputConfig_->vrf(vrf) != nullptr;
+}
+
+void PrimarySm::handleInitialized() {
+  VXLAN_TRACE(5, "PrimarySm::handleInitialized()");
+  initialized_ = true;
+  // The exchange child is made here, once this role acts, and makes its own first run.
+  vlanToVniMapSmIs(vtiStatusDir_, sentVxStatus_, recvVxStatus_.ptr(), localVxStatus_, mlagStatus_);
+  // What the long-lived sentVxStatus still holds of VRFs that are no longer configured.
+  for (auto it = sentVxStatus_->arpStatusIter(); !it.done(); it.advance()) {
+    L3::VrfName vrf = it.currNodeMaybeStale().key;
+    if (vrfConfigured(vrf)) continue;
+    VXLAN_TRACE(6, " Del stale VRF {vrf} from sentVxStatus arpStatus", vrf);
+    sentVxStatus_->arpStatusDel(vrf);
+  }
+  for (auto it = sentVxStatus_->arpStatusWithVlanIter(); !it.done(); it.advance()) {
+    L3::VrfName vrf = it.currNodeMaybeStale().key;
+    if (vrfConfigured(vrf)) continue;
+    VXLAN_TRACE(6, " Del stale VRF {vrf} from sentVxStatus arpStatusWithVlan", vrf);
+    sentVxStatus_->arpStatusWithVlanDel(vrf);
+  }
+  VXLAN_TRACE(5, "PrimarySm::handleInitialized() return");
+}
+
+// Runs from the teardown only. Nothing was published before the first run, so nothing to undo.
+void PrimarySm::doCleanup() {
+  if (!initialized_) return;
+  VXLAN_TRACE(5, "PrimarySm::doCleanup()");
+  roleCleanupOf(*localVxStatus_);
+  roleCleanupOf(*sentVxStatus_);
+  VXLAN_TRACE(5, "PrimarySm::doCleanup() return");
+}
+
+}  // namespace MlagVxlan

@@ -1,0 +1,90 @@
+#include "Vxlan/SecondarySm.h"
+
+#include <algorithm>
+
+#include "Vxlan/RoleCommon.h"
+#include "Vxlan/Trace.h"
+
+namespace MlagVxlan {
+
+SecondarySm::SecondarySm(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+                         Brix::Ptr<Mlag::VxlanStatus> localVxStatus, Brix::Ptr<Bridging::Config const> bridgingConfig,
+                         Brix::Ptr<Bridging::Flat::VlanConfigDir const> vlanConfigFlatDir,
+                         Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
+                         Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir,
+                         Brix::Ptr<Mlag::Status const> mlagStatus)
+    : sentVxStatus_(std::move(sentVxStatus)),
+      recvVxStatus_(this, std::move(recvVxStatus)),
+      localVxStatus_(std::move(localVxStatus)),
+      bridgingConfig_(this, std::move(bridgingConfig)),
+      vlanConfigFlatDir_(this, std::move(vlanConfigFlatDir)),
+      vtiStatusDir_(std::move(vtiStatusDir)),
+      vtepStatusDir_(std::move(vtepStatusDir)),
+      mlagStatus_(std::move(mlagStatus)) {
+  handleInitialized();
+}
+
+void SecondarySm::SecondarySmIs(
+    Ptr& out, Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+    Brix::Ptr<Mlag::VxlanStatus> localVxStatus, Brix::Ptr<Bridging::Config const> bridgingConfig,
+    Brix::Ptr<Bridging::Flat::VlanConfigDir const> vlanConfigFlatDir, Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
+    Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir, Brix::Ptr<Mlag::Status const> mlagStatus) {
+  Vok::smIs(out, std::move(sentVxStatus), std::move(recvVxStatus), std::move(localVxStatus), std::move(bridgingConfig),
+            std::move(vlanConfigFlatDir), std::move(vtiStatusDir), std::move(vtepStatusDir), std::move(mlagStatus));
+}
+
+SecondarySm::Ptr secondarySmFactory(
+    Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
+    Brix::Ptr<Mlag::VxlanStatus> localVxStatus, Brix::Ptr<Bridging::Config const> bridgingConfig,
+    Brix::Ptr<Bridging::Flat::VlanConfigDir const> vlanConfigFlatDir, Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
+    Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir, Brix::Ptr<Mlag::Status const> mlagStatus) {
+  SecondarySm::Ptr out;
+  SecondarySm::SecondarySmIs(out, std::move(sentVxStatus), std::move(recvVxStatus), std::move(localVxStatus),
+                             std::move(bridgingConfig), std::move(vlanConfigFlatDir), std::move(vtiStatusDir),
+                             std::move(vtepStatusDir), std::move(mlagStatus));
+  return out;
+}
+
+bool SecondarySm::outsideVlanRange(Bridging::VlanId vlan, std::uint16_t bound1, std::uint16_t bound2) noexcept {
+  if (bound1 == 0 && bound2 == 0) return false;
+  auto [lo, hi] = std::minmax(bound1, bound2);
+  return vlan.value() < lo || vlan.value() > hi;
+}
+
+void SecondarySm::handleInitialized() {
+  VXLAN_TRACE(5, "SecondarySm::handleInitialized()");
+  initialized_ = true;
+  // The member count is the whole test: a full set is left alone.
+  if (sentVxStatus_->sharedDynVlanCount() != 4094) {
+    VXLAN_TRACE(6, " Reset shared dyn vlans");
+    for (std::uint16_t vlan = 1; vlan <= 4094; ++vlan) sentVxStatus_->sharedDynVlanIs(Bridging::VlanId(vlan), true);
+  }
+  std::uint16_t bound1 = bridgingConfig_->vlanRangeBound1();
+  std::uint16_t bound2 = bridgingConfig_->vlanRangeBound2();
+  for (auto it = sentVxStatus_->sharedDynVlanIter(); !it.done(); it.advance()) {
+    Bridging::VlanId vlan = it.currNodeMaybeStale().key;
+    if (!outsideVlanRange(vlan, bound1, bound2)) continue;
+    VXLAN_TRACE(6, " Del shared dyn vlans outside vlan range");
+    sentVxStatus_->sharedDynVlanDel(vlan);
+  }
+  vlanToVniMapSmIs(vtiStatusDir_, sentVxStatus_, recvVxStatus_.ptr(), localVxStatus_, mlagStatus_);
+  // A VRF that the peer publishes in neither form is stale here.
+  for (auto it = localVxStatus_->arpStatusWithVlanIter(); !it.done(); it.advance()) {
+    L3::VrfName vrfName = it.currNodeMaybeStale().key;
+    if (recvVxStatus_->arpStatusHas(vrfName) || recvVxStatus_->arpStatusWithVlanHas(vrfName)) continue;
+    VXLAN_TRACE(6, " Del stale VRF {vrfName} from localVxStatus", vrfName);
+    localVxStatus_->arpStatusWithVlanDel(vrfName);
+  }
+  VXLAN_TRACE(5, "SecondarySm::handleInitialized() return");
+}
+
+// Runs from the teardown only; `initialized` stays true afterwards.
+void SecondarySm::doCleanup() {
+  if (!initialized_) return;
+  VXLAN_TRACE(5, "SecondarySm::doCleanup()");
+  roleCleanupOf(*localVxStatus_);
+  roleCleanupOf(*sentVxStatus_);
+  VXLAN_TRACE(5, "SecondarySm::doCleanup() return");
+}
+
+}  // namespace MlagVxlan
