@@ -137,11 +137,15 @@ class HashMap2018 {
     Iterator(HashMap2018 const& m, EndOfCollection) : m_(const_cast<HashMap2018*>(&m)), i_(kEnd) { ++m_->walkers_; }
     Iterator(Iterator const& o) : m_(o.m_), i_(o.i_) {
       if (m_) ++m_->walkers_;
+      p_ = o.p_;
+      segEnd_ = o.segEnd_;
     }
     Iterator& operator=(Iterator const& o) {
       Iterator t(o);
       std::swap(m_, t.m_);
       std::swap(i_, t.i_);
+      std::swap(p_, t.p_);
+      std::swap(segEnd_, t.segEnd_);
       return *this;
     }
     ~Iterator() {
@@ -156,6 +160,7 @@ class HashMap2018 {
 
     void advance() noexcept {
       ++i_;
+      ++p_;
       skipDead();
     }
     Iterator& operator++() noexcept {
@@ -166,7 +171,7 @@ class HashMap2018 {
     // The node the walk stands on; it must not have been deleted.
     Node& currNodeNonStale() const noexcept {
       assert(!done() && !m_->isDead(i_));
-      return m_->slot(i_);
+      return *p_;
     }
     // The node the walk stands on, even if just deleted: its key stays readable.
     Node& currNodeMaybeStale() const noexcept {
@@ -184,9 +189,27 @@ class HashMap2018 {
 
    private:
     static constexpr std::uint32_t kEnd = 0xFFFFFFFFu;
+    // Steps over tombstones a bitmap word at a time, and reseats the node pointer only where
+    // it leaves its segment or jumped.
     void skipDead() noexcept {
-      while (i_ < m_->count_ && m_->isDead(i_)) ++i_;
+      std::uint32_t const n = m_->count_;
+      std::uint32_t const from = i_;
+      while (i_ < n) {
+        std::uint64_t w = m_->dead_[i_ >> 6] >> (i_ & 63);
+        if (!(w & 1)) break;
+        i_ += static_cast<std::uint32_t>(std::countr_one(w));
+      }
+      if (i_ >= n) return;
+      if (i_ != from || i_ >= segEnd_) reseat();
     }
+    void reseat() noexcept {
+      p_ = &m_->slot(i_);
+      std::size_t q = (std::size_t{i_} >> kFirstSegmentBits) + 1;
+      unsigned seg = static_cast<unsigned>(std::bit_width(q)) - 1;
+      segEnd_ = static_cast<std::uint32_t>(segmentCapacity(seg + 1));
+    }
+    Node* p_ = nullptr;
+    std::uint32_t segEnd_ = 0;
     HashMap2018* m_ = nullptr;
     std::uint32_t i_ = 0;
   };
@@ -226,9 +249,15 @@ class HashMap2018 {
     // Spread the bits: the standard hashes of integers are the identity.
     return static_cast<std::uint64_t>(H{}(key)) * 0x9E3779B97F4A7C15ull;
   }
-  static std::uint32_t tagOf(std::uint64_t h) noexcept { return static_cast<std::uint32_t>(h); }
+  // The tag folds both halves of the hash and its low bits are the home bucket: the index
+  // alone gives an entry's home, so erase and growth never read a slot, and a lookup masks
+  // instead of loading a shift count.
+  static std::uint32_t tagOf(std::uint64_t h) noexcept {
+    return static_cast<std::uint32_t>(h >> 32) ^ static_cast<std::uint32_t>(h);
+  }
+  std::size_t homeOf(std::uint32_t tag) const noexcept { return static_cast<std::size_t>(tag) & mask(); }
   std::size_t mask() const noexcept { return index_.size() - 1; }
-  std::size_t bucketOf(std::uint64_t h) const noexcept { return static_cast<std::size_t>(h >> shift_); }
+  std::size_t bucketOf(std::uint64_t h) const noexcept { return homeOf(tagOf(h)); }
 
   // Segment s holds 8 << s slots and starts at slot 8 * (2^s - 1).
   static std::size_t segmentCapacity(std::size_t segments) noexcept {
@@ -268,7 +297,7 @@ class HashMap2018 {
     for (std::size_t j = (b + 1) & mask();; j = (j + 1) & mask()) {
       Bucket const& e = index_[j];
       if (e.slot == kEmpty) break;
-      std::size_t home = bucketOf(hashOf(slot(e.slot).key));
+      std::size_t home = homeOf(e.tag);
       // Move e into the hole unless its home lies cyclically in (hole, j].
       bool stays = hole <= j ? (hole < home && home <= j) : (hole < home || home <= j);
       if (!stays) {
@@ -303,10 +332,13 @@ class HashMap2018 {
 
   void growIndex() {
     std::size_t n = index_.empty() ? 16 : index_.size() * 2;
-    index_.assign(n, Bucket{});
-    shift_ = 64u - static_cast<unsigned>(std::countr_zero(n));
-    for (std::uint32_t s = 0; s < count_; ++s) {
-      if (!isDead(s)) indexPut(s, hashOf(slot(s).key));
+    std::vector<Bucket> old(n, Bucket{});
+    old.swap(index_);
+    for (Bucket const& e : old) {
+      if (e.slot == kEmpty) continue;
+      std::size_t b = homeOf(e.tag);
+      while (index_[b].slot != kEmpty) b = (b + 1) & mask();
+      index_[b] = e;
     }
   }
 
@@ -357,7 +389,6 @@ class HashMap2018 {
     std::swap(count_, o.count_);
     std::swap(live_, o.live_);
     std::swap(deadCount_, o.deadCount_);
-    std::swap(shift_, o.shift_);
     std::swap(walkers_, o.walkers_);
   }
 
@@ -367,7 +398,6 @@ class HashMap2018 {
   std::uint32_t count_ = 0;  // slots in use, live or dead
   std::uint32_t live_ = 0;
   std::uint32_t deadCount_ = 0;
-  unsigned shift_ = 64;
   std::uint32_t walkers_ = 0;
 };
 

@@ -32,7 +32,7 @@ inline constexpr std::uint32_t version = 1;
 inline constexpr std::uint32_t byteOrderMark = 0x01020304;
 inline constexpr int levelCount = 10;
 inline constexpr std::size_t headerBytes = 4096;
-inline constexpr std::size_t descCapacity = 256 * 1024;
+inline constexpr std::size_t descCapacity = std::size_t{256} * 1024;
 inline constexpr std::size_t maxText = 1024;  // a longer text value is cut to this
 
 struct RingHeader {

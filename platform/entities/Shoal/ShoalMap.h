@@ -36,10 +36,11 @@ class ShoalMapBase {
   std::uint32_t corruptionReports() const noexcept { return corruptionReports_; }
   Brix::String const& lastCorruption() const noexcept { return lastCorruption_; }
 
-  // The n-th read by key from now (1 = the next one) raises; 0 turns it off.
-  void corruptReadIs(std::uint32_t n) noexcept { readsToFault_ = n; }
+  // The n-th read by key from now (1 = the next one) raises; 0 turns it off. Const like the
+  // report: readers, and the tests that stand in for the damage, hold the table as const.
+  void corruptReadIs(std::uint32_t n) const noexcept { readsToFault_ = n; }
   // The n-th step of a walk from now (first or next; 1 = the next one) raises; 0 turns it off.
-  void corruptWalkStepIs(std::uint32_t n) noexcept { stepsToFault_ = n; }
+  void corruptWalkStepIs(std::uint32_t n) const noexcept { stepsToFault_ = n; }
 
  protected:
   void readCheck() const { check(readsToFault_, "read"); }
