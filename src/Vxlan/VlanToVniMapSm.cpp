@@ -1,5 +1,6 @@
 #include "Vxlan/VlanToVniMapSm.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -19,6 +20,9 @@ std::uint8_t num(Vxlan::VtepType t) { return static_cast<std::uint8_t>(t); }
 // The IPv4 and IPv6 VTEP address exchanges are twins: one algorithm, two families.
 struct Ip4 {
   using Addr = Lanx::IpAddr;
+  // The handlers' own names, for the text trace: the statements stand in the shared template.
+  static constexpr char localFn[] = "handleLocalVtepAddr";
+  static constexpr char peerFn[] = "handleVtepAddr";
   static constexpr char localEntry[] = "VlanToVniMapSm::handleLocalVtepAddr()";
   static constexpr char localReturn[] = "VlanToVniMapSm::handleLocalVtepAddr() return";
   static constexpr char peerEntry[] = "VlanToVniMapSm::handleVtepAddr()";
@@ -41,6 +45,8 @@ struct Ip4 {
 
 struct Ip6 {
   using Addr = Lanx::Ip6Addr;
+  static constexpr char localFn[] = "handleLocalVtepAddr6";
+  static constexpr char peerFn[] = "handleVtepAddr6";
   static constexpr char localEntry[] = "VlanToVniMapSm::handleLocalVtepAddr6()";
   static constexpr char localReturn[] = "VlanToVniMapSm::handleLocalVtepAddr6() return";
   static constexpr char peerEntry[] = "VlanToVniMapSm::handleVtepAddr6()";
@@ -254,10 +260,10 @@ void VlanToVniMapSm::cleanup() {
 template <class F>
 void VlanToVniMapSm::handleLocalVtepAddrOf() {
   if (!initialized_) return;
-  VXLAN_TRACE(5, F::localEntry);
+  VXLAN_TRACE_FN(F::localFn, 5, F::localEntry);
   auto const* vti = vxlan1();
   if (!vti) {
-    VXLAN_TRACE(6, " DelAll");
+    VXLAN_TRACE_FN(F::localFn, 6, " DelAll");
     F::delAll(*sentVxStatus_);
     return;
   }
@@ -265,7 +271,7 @@ void VlanToVniMapSm::handleLocalVtepAddrOf() {
   std::size_t n = 0;
   for (auto const& [type, addr] : F::vtiAddrs(*vti)) {
     if (F::isZero(addr)) continue;
-    VXLAN_TRACE(6, " Add ({type},{addr})", num(type), addr);
+    VXLAN_TRACE_FN(F::localFn, 6, " Add ({type},{addr})", num(type), addr);
     F::set(*sentVxStatus_, type, addr);
     found[n++] = addr;
   }
@@ -276,31 +282,31 @@ void VlanToVniMapSm::handleLocalVtepAddrOf() {
       continue;
     }
     Vxlan::VtepType type = node.key;
-    VXLAN_TRACE(6, " Del {type}", num(type));
+    VXLAN_TRACE_FN(F::localFn, 6, " Del {type}", num(type));
     F::del(*sentVxStatus_, type);
   }
-  VXLAN_TRACE(5, F::localReturn);
+  VXLAN_TRACE_FN(F::localFn, 5, F::localReturn);
 }
 
 // Copies the peer's addresses to localVxStatus; the stale test goes by type.
 template <class F>
 void VlanToVniMapSm::handleVtepAddrOf() {
   if (!initialized_ || peerLinkDown()) return;
-  VXLAN_TRACE(5, F::peerEntry);
+  VXLAN_TRACE_FN(F::peerFn, 5, F::peerEntry);
   if (recvVxStatus_) {
     for (auto it = F::iter(*recvVxStatus_); !it.done(); it.advance()) {
       auto const& node = it.currNodeMaybeStale();
-      VXLAN_TRACE(6, " Add ({type},{addr})", num(node.key), node.value);
+      VXLAN_TRACE_FN(F::peerFn, 6, " Add ({type},{addr})", num(node.key), node.value);
       F::set(*localVxStatus_, node.key, node.value);
     }
   }
   for (auto it = F::iter(*localVxStatus_); !it.done(); it.advance()) {
     Vxlan::VtepType type = it.currNodeMaybeStale().key;
     if (recvVxStatus_ && F::has(*recvVxStatus_, type)) continue;
-    VXLAN_TRACE(6, " Del {type}", num(type));
+    VXLAN_TRACE_FN(F::peerFn, 6, " Del {type}", num(type));
     F::del(*localVxStatus_, type);
   }
-  VXLAN_TRACE(5, F::peerReturn);
+  VXLAN_TRACE_FN(F::peerFn, 5, F::peerReturn);
 }
 
 template <class F>
@@ -308,10 +314,10 @@ void VlanToVniMapSm::handleVtepAddrOf(Vxlan::VtepType type) {
   if (!initialized_ || peerLinkDown()) return;
   if (recvVxStatus_ && F::has(*recvVxStatus_, type)) {
     auto addr = F::get(*recvVxStatus_, type);
-    VXLAN_TRACE(6, F::keyAdd, num(type), addr);
+    VXLAN_TRACE_FN(F::peerFn, 6, F::keyAdd, num(type), addr);
     F::set(*localVxStatus_, type, addr);
   } else {
-    VXLAN_TRACE(6, F::keyDel, num(type));
+    VXLAN_TRACE_FN(F::peerFn, 6, F::keyDel, num(type));
     F::del(*localVxStatus_, type);
   }
 }

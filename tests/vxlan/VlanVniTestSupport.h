@@ -1,0 +1,129 @@
+// Helpers shared by the tests of the VLAN-to-VNI exchange: readable snapshots of the maps of a
+// Mlag::VxlanStatus, a log of its changes as they go out, and the text trace switched on.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Vxlan/Trace.h"
+#include "entities/Mlag/VxlanStatus.h"
+#include "entities/Vxlan/VtiStatus.h"
+#include "runtime/Node.h"
+#include "trace/TextTrace.h"
+#include "types/Bridging.h"
+#include "types/Lanx.h"
+#include "types/Vxlan.h"
+#include "vxlan/PublicationRecorder.h"
+
+namespace VlanVniTest {
+
+inline Lanx::IntfId const vxlan2{"Vxlan2"};
+
+// (VNI, VTI short name) to VLAN, and VNI to VLAN.
+using VniVtiMap = std::map<std::pair<std::uint32_t, std::string>, std::uint16_t>;
+using VniMap = std::map<std::uint32_t, std::uint16_t>;
+
+inline VniVtiMap vniVtiMap(Mlag::VxlanStatus const& s) {
+  VniVtiMap m;
+  for (auto it = s.vniVtiToDynVlanMapIter(); !it.done(); it.advance()) {
+    auto const& n = it.currNodeNonStale();
+    m[{n.key.vni().value(), std::string(n.key.intfId().shortName().view())}] = n.value.value();
+  }
+  return m;
+}
+
+inline VniMap vniMap(Mlag::VxlanStatus const& s) {
+  VniMap m;
+  for (auto it = s.vniToDynVlanMapIter(); !it.done(); it.advance()) {
+    auto const& n = it.currNodeNonStale();
+    m[n.key.value()] = n.value.value();
+  }
+  return m;
+}
+
+inline Vxlan::VniVtiPair key(std::uint32_t vni, Lanx::IntfId intf = ::Vxlan1) {
+  return Vxlan::VniVtiPair(Vxlan::VniExtOrNone(vni), intf);
+}
+
+inline Vxlan::VniSourcePair mapping(std::uint32_t vni, std::string_view source = "evpn", std::uint8_t flags = 0,
+                                    Lanx::IntfId intf = ::Vxlan1) {
+  return Vxlan::VniSourcePair(intf, Brix::String(source), Vxlan::VniExtOrNone(vni), flags);
+}
+
+inline std::string sourceText(Vxlan::VniSource s) { return std::string(Vxlan::stringValue(s)); }
+
+// The changes of the two VLAN maps of one status, in the order they are published, each with
+// the value it left: "+vniVti 10/Vx1=100", "-vniVti 10/Vx1", "+vni 10=100", "-vni 10".
+class MapChanges {
+ public:
+  explicit MapChanges(Mlag::VxlanStatus const& s)
+      : status_(s), recorder_(s, [this](TestSupport::PublicationRecorder::Publication const& p) { note(p); }) {}
+  std::vector<std::string> take() { return std::exchange(log_, {}); }
+
+ private:
+  void note(TestSupport::PublicationRecorder::Publication const& p) {
+    if (p.field == Mlag::VxlanStatus::vniVtiToDynVlanMapField) {
+      auto const& k = *static_cast<Vxlan::VniVtiPair const*>(p.key);
+      std::string name = std::to_string(k.vni().value()) + "/" + std::string(k.intfId().shortName().view());
+      log_.push_back(status_.vniVtiToDynVlanMapHas(k)
+                         ? "+vniVti " + name + "=" + std::to_string(status_.vniVtiToDynVlanMap(k).value())
+                         : "-vniVti " + name);
+    } else if (p.field == Mlag::VxlanStatus::vniToDynVlanMapField) {
+      auto const& k = *static_cast<Vxlan::VniExtOrNone const*>(p.key);
+      std::string name = std::to_string(k.value());
+      log_.push_back(status_.vniToDynVlanMapHas(k)
+                         ? "+vni " + name + "=" + std::to_string(status_.vniToDynVlanMap(k).value())
+                         : "-vni " + name);
+    }
+  }
+
+  Mlag::VxlanStatus const& status_;
+  TestSupport::PublicationRecorder recorder_;
+  std::vector<std::string> log_;
+};
+
+// Levels 5 and 6 of the system's text trace on, captured, for the life of the object.
+class TraceOn {
+ public:
+  TraceOn() { MlagVxlan::_defaultTraceHandle()->levelMaskIs(1u << 5 | 1u << 6); }
+  ~TraceOn() { MlagVxlan::_defaultTraceHandle()->levelMaskIs(0); }
+  TraceOn(TraceOn const&) = delete;
+  TraceOn& operator=(TraceOn const&) = delete;
+
+  std::vector<std::string> take() {
+    auto t = capture_.texts();
+    capture_.clear();
+    return t;
+  }
+  std::vector<Vok::TraceCapture::Line> takeLines() {
+    auto l = capture_.lines();
+    capture_.clear();
+    return l;
+  }
+
+ private:
+  Vok::TraceCapture capture_;
+};
+
+// Every node a test makes must be gone when it ends.
+class LiveNodesTest : public ::testing::Test {
+ protected:
+  void SetUp() override { baseline_ = Brix::Node::liveCount(); }
+  void TearDown() override {
+    releaseAll();
+    EXPECT_EQ(Brix::Node::liveCount(), baseline_) << "the test left nodes behind";
+  }
+  // Drops every use the fixture holds.
+  virtual void releaseAll() = 0;
+
+ private:
+  std::int64_t baseline_ = 0;
+};
+
+}  // namespace VlanVniTest
