@@ -1,6 +1,7 @@
 #include "Vxlan/SecondarySm.h"
 
 #include <algorithm>
+#include <cstdint>
 
 #include "Vxlan/RoleCommon.h"
 #include "Vxlan/Trace.h"

@@ -4,6 +4,7 @@
 // when the role ends, leaves both status objects clean for the next role.
 #pragma once
 
+#include <cstdint>
 #include <tuple>
 
 #include "Vxlan/VlanToVniMapSm.h"

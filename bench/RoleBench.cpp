@@ -1,0 +1,317 @@
+// A role change on one switch of a pair at scale: Vxlan1 maps 4094 VLANs to VNIs on both
+// switches, and both hold full sharedDynVlan sets. Target: at most 10 ms per change, from the
+// old role's ...Del and drop to the end of the new role's first run.
+//
+// Own change, measured apart in each direction:
+//   PrimaryToSecondary: the primary's cleanup, its publishers withdrawing 2 x 4094 entries from
+//   sentVxStatus, then the secondary's first run (the shared VLAN count test and range walk, the
+//   exchange child with its applier).
+//   SecondaryToPrimary: the secondary's cleanup, its applier withdrawing the 4094 dynamic VLANs
+//   from localVxStatus, then the primary's first run publishing 2 x 4094 entries.
+// Peer's reaction: the new sentVxStatus carried into the peer's recvVxStatus by difference, with
+// the peer's state machines reacting: as secondary it applies (or withdraws) 4094 dynamic VLANs;
+// as primary it only receives.
+// Baselines: the same carry into a status object nobody watches (the transport's share of the
+// reaction), and the map work of each change done with std::unordered_map.
+//
+// One iteration is one change; the way back is untimed.
+#include <benchmark/benchmark.h>
+#include <stdlib.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <unordered_map>
+
+#include "Vxlan/SmContainer.h"
+#include "entities/Arp/InputConfig.h"
+#include "entities/Bfd/StatusPeer.h"
+#include "entities/Bridging/Config.h"
+#include "entities/Mlag/Status.h"
+#include "entities/Mlag/VxlanStatus.h"
+#include "entities/Vxlan/VtiStatus.h"
+#include "entities/VxlanController/VtepStatus.h"
+#include "runtime/Attributes.h"
+
+namespace RoleBench {
+
+using Status = Mlag::VxlanStatus;
+
+constexpr std::uint16_t vlanCount = 4094;
+constexpr std::uint32_t vniBase = 10000;
+
+// The ring file of the library goes to a private directory, removed at exit.
+struct BenchDir {
+  BenchDir() {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "mlagvxlan-rolebench-XXXXXX").string();
+    if (::mkdtemp(tmpl.data())) {
+      path = tmpl;
+      ::setenv("RINGLOGDIR", path.c_str(), 1);
+    }
+  }
+  ~BenchDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path, ec);
+  }
+  std::string path;
+};
+BenchDir benchDir;
+
+// Makes `dst` equal to `src` in every scalar and keyed value collection, by difference and
+// through the attributes' own mutators, so that `dst` publishes what a transport's writes would.
+// Member entities (ARP tables, VXLAN BFD) are empty in this benchmark and left out.
+void carry(Status const& src, Status& dst) {
+  dst.vokForEachAttribute([&](std::string_view, Brix::FieldId field, auto& to) {
+    using A = std::decay_t<decltype(to)>;
+    src.vokVisitField(field, [&](std::string_view, Brix::FieldId, auto const& from) {
+      if constexpr (std::is_same_v<A, std::decay_t<decltype(from)>>) {
+        if constexpr (Vok::Attr::ScalarAttr<A>) {
+          to.set(dst, field, from.get());
+        } else if constexpr (Vok::Attr::ValuesAttr<A>) {
+          for (auto it = to.map().begin(); !it.done(); it.advance()) {
+            auto key = it.currNodeMaybeStale().key;
+            if (!from.has(key)) to.del(dst, field, key);
+          }
+          for (auto it = from.map().begin(); !it.done(); it.advance()) {
+            auto const& n = it.currNodeNonStale();
+            if constexpr (requires { to.set(dst, field, n.key, n.value); }) {
+              to.set(dst, field, n.key, n.value);
+            } else {
+              to.set(dst, field, n.value);  // a record with its key inside
+            }
+          }
+        }
+      }
+    });
+  });
+}
+
+// One switch: its inputs, its three status objects and its container.
+struct Switch {
+  Brix::Ptr<Status> sent = Brix::newNode<Status>();
+  Brix::Ptr<Status> recv = Brix::newNode<Status>();
+  Brix::Ptr<Status> local = Brix::newNode<Status>();
+  Brix::Ptr<Vxlan::VtiStatusDir> vtiDir = Brix::newNode<Vxlan::VtiStatusDir>();
+  Brix::Ptr<VxlanController::VtepStatusDirV2> vtepDir = Brix::newNode<VxlanController::VtepStatusDirV2>();
+  Brix::Ptr<Arp::InputConfig> arpInput = Brix::newNode<Arp::InputConfig>();
+  Brix::Ptr<Bfd::StatusPeer> bfdPeer = Brix::newNode<Bfd::StatusPeer>();
+  Brix::Ptr<Mlag::Status> mlagStatus = Brix::newNode<Mlag::Status>();
+  Brix::Ptr<Bridging::Config> bridgingConfig = Brix::newNode<Bridging::Config>();
+  Brix::Ptr<Bridging::Flat::VlanConfigDir> flatDir = Brix::newNode<Bridging::Flat::VlanConfigDir>();
+  MlagVxlan::SmContainer::Ptr container = MlagVxlan::smContainerFactory("vxlan");
+
+  explicit Switch(std::uint8_t id) {
+    auto vxlan1 = vtiDir->vtiStatusIs(::Vxlan1);
+    vxlan1->localVtepAddrIs(Lanx::IpAddr(10, 0, 0, id));
+    Brix::String source(Vxlan::stringValue(Vxlan::VniSource::controllerSource));
+    for (std::uint16_t v = 1; v <= vlanCount; ++v) {
+      vxlan1->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(v),
+                                     Vxlan::VniSourcePair(::Vxlan1, source, Vxlan::VniExtOrNone(vniBase + v)));
+      sent->sharedDynVlanIs(Bridging::VlanId(v), true);
+      local->sharedDynVlanIs(Bridging::VlanId(v), true);
+    }
+    bridgingConfig->vlanRangeBound1Is(1);
+    bridgingConfig->vlanRangeBound2Is(vlanCount);
+  }
+
+  // The plug-in's order: the old role's Del, its result dropped, then the new role's Is.
+  void becomePrimary() {
+    mlagStatus->mlagStateIs(Mlag::MlagState::primary);
+    (void)container->secondarySmDel();
+    (void)container->primarySmIs(sent, recv, local, vtiDir, vtepDir, arpInput, bfdPeer, mlagStatus);
+  }
+  void becomeSecondary() {
+    mlagStatus->mlagStateIs(Mlag::MlagState::secondary);
+    (void)container->primarySmDel();
+    (void)container->secondarySmIs(sent, recv, local, bridgingConfig, flatDir, vtiDir, vtepDir, mlagStatus);
+  }
+};
+
+// A pair in steady state: `a` primary, `b` secondary, each side's sentVxStatus carried over.
+struct Pair {
+  Switch a{1};
+  Switch b{2};
+  Pair() {
+    a.becomePrimary();
+    b.becomeSecondary();
+    exchange();
+  }
+  void exchange() {
+    carry(*a.sent, *b.recv);
+    carry(*b.sent, *a.recv);
+  }
+};
+
+// What the primary publishes, and whether the statements went to a ring file as in an agent.
+void report(benchmark::State& state, Status const& primarySent) {
+  state.counters["published"] =
+      static_cast<double>(primarySent.vniToDynVlanMapCount() + primarySent.vniVtiToDynVlanMapCount());
+  RingLog::TraceHandle const* ring = MlagVxlan::vxlanRlHandle();
+  state.counters["ring"] = ring && ring->file() ? 1 : 0;
+}
+
+// ---- the switch's own change ----------------------------------------------------------------
+
+void BM_RoleChange_PrimaryToSecondary(benchmark::State& state) {
+  Pair pair;
+  for (auto _ : state) {
+    pair.a.becomeSecondary();
+    state.PauseTiming();
+    if (pair.a.sent->vniToDynVlanMapCount() != 0) state.SkipWithError("the maps were not withdrawn");
+    pair.a.becomePrimary();
+    state.ResumeTiming();
+  }
+  report(state, *pair.a.sent);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RoleChange_PrimaryToSecondary)->Unit(benchmark::kMillisecond);
+
+void BM_RoleChange_SecondaryToPrimary(benchmark::State& state) {
+  // `b` is the primary here, so `a` as secondary applies 4094 dynamic VLANs before each change.
+  Pair pair;
+  pair.a.becomeSecondary();
+  pair.b.becomePrimary();
+  pair.exchange();
+  if (pair.a.local->vniVtiToDynVlanMapCount() != vlanCount) state.SkipWithError("the secondary applied nothing");
+  for (auto _ : state) {
+    pair.a.becomePrimary();
+    state.PauseTiming();
+    if (pair.a.sent->vniVtiToDynVlanMapCount() != vlanCount) state.SkipWithError("the primary published nothing");
+    pair.a.becomeSecondary();
+    state.ResumeTiming();
+  }
+  report(state, *pair.b.sent);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RoleChange_SecondaryToPrimary)->Unit(benchmark::kMillisecond);
+
+// ---- the peer's reaction ----------------------------------------------------------------------
+
+// What `a` publishes in each role, kept to be carried to the peer.
+struct Publications {
+  Brix::Ptr<Status> asPrimary = Brix::newNode<Status>();
+  Brix::Ptr<Status> asSecondary = Brix::newNode<Status>();
+  explicit Publications(Switch& a) {
+    a.becomePrimary();
+    carry(*a.sent, *asPrimary);
+    a.becomeSecondary();
+    carry(*a.sent, *asSecondary);
+  }
+};
+
+// `a` has become primary; the peer, secondary, receives its publication and applies it.
+void BM_PeerReaction_ToNewPrimary(benchmark::State& state) {
+  Pair pair;
+  Publications pub(pair.a);
+  carry(*pub.asSecondary, *pair.b.recv);
+  for (auto _ : state) {
+    carry(*pub.asPrimary, *pair.b.recv);
+    state.PauseTiming();
+    if (pair.b.local->vniVtiToDynVlanMapCount() != vlanCount) state.SkipWithError("the peer applied nothing");
+    carry(*pub.asSecondary, *pair.b.recv);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_PeerReaction_ToNewPrimary)->Unit(benchmark::kMillisecond);
+
+// `a` has become secondary; the peer, now primary, receives the withdrawal of the maps.
+void BM_PeerReaction_ToNewSecondary(benchmark::State& state) {
+  Pair pair;
+  Publications pub(pair.a);
+  pair.b.becomePrimary();
+  carry(*pub.asPrimary, *pair.b.recv);
+  for (auto _ : state) {
+    carry(*pub.asSecondary, *pair.b.recv);
+    state.PauseTiming();
+    carry(*pub.asPrimary, *pair.b.recv);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_PeerReaction_ToNewSecondary)->Unit(benchmark::kMillisecond);
+
+// The same carries into a status object that nobody watches: the transport alone.
+void carryUnwatched(benchmark::State& state, bool publish) {
+  Pair pair;
+  Publications pub(pair.a);
+  Status const& to = publish ? *pub.asPrimary : *pub.asSecondary;
+  Status const& back = publish ? *pub.asSecondary : *pub.asPrimary;
+  auto unwatched = Brix::newNode<Status>();
+  carry(back, *unwatched);
+  for (auto _ : state) {
+    carry(to, *unwatched);
+    state.PauseTiming();
+    carry(back, *unwatched);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+void BM_Baseline_CarryUnwatched_ToNewPrimary(benchmark::State& state) { carryUnwatched(state, true); }
+void BM_Baseline_CarryUnwatched_ToNewSecondary(benchmark::State& state) { carryUnwatched(state, false); }
+BENCHMARK(BM_Baseline_CarryUnwatched_ToNewPrimary)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Baseline_CarryUnwatched_ToNewSecondary)->Unit(benchmark::kMillisecond);
+
+// ---- the map work of a change, in std::unordered_map ---------------------------------------
+
+struct BareMaps {
+  std::unordered_map<std::uint32_t, std::uint16_t> vniToVlan;
+  std::unordered_map<std::uint64_t, std::uint16_t> vniVtiToVlan;
+  std::unordered_map<std::uint16_t, bool> sharedSent, sharedLocal;
+  void publish() {
+    for (std::uint16_t v = 1; v <= vlanCount; ++v) {
+      vniToVlan[vniBase + v] = v;
+      vniVtiToVlan[std::uint64_t{vniBase + v} << 32 | 1] = v;
+    }
+  }
+  void withdraw() {
+    vniToVlan.clear();
+    vniVtiToVlan.clear();
+  }
+  void cleanup() {
+    for (std::uint16_t v = 1; v <= vlanCount; ++v) sharedLocal[v] = true;
+    for (std::uint16_t v = 1; v <= vlanCount; ++v) sharedSent[v] = true;
+  }
+};
+
+// The primary's teardown (cleanup, maps withdrawn) and the secondary's walk of the shared set.
+void BM_Baseline_PrimaryToSecondary_UnorderedMap(benchmark::State& state) {
+  BareMaps m;
+  m.cleanup();
+  m.publish();
+  for (auto _ : state) {
+    m.cleanup();
+    m.withdraw();
+    std::size_t outside = 0;
+    for (auto const& [vlan, shared] : m.sharedSent) outside += vlan < 1 || vlan > vlanCount;
+    benchmark::DoNotOptimize(outside);
+    state.PauseTiming();
+    m.publish();
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_Baseline_PrimaryToSecondary_UnorderedMap)->Unit(benchmark::kMillisecond);
+
+// The secondary's teardown (cleanup, dynamic VLANs withdrawn) and the primary's publication.
+void BM_Baseline_SecondaryToPrimary_UnorderedMap(benchmark::State& state) {
+  BareMaps applied;
+  BareMaps published;
+  for (auto _ : state) {
+    state.PauseTiming();
+    applied.publish();
+    published.withdraw();
+    state.ResumeTiming();
+    applied.cleanup();
+    applied.withdraw();
+    published.publish();
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_Baseline_SecondaryToPrimary_UnorderedMap)->Unit(benchmark::kMillisecond);
+
+}  // namespace RoleBench
+
+BENCHMARK_MAIN();
