@@ -6,7 +6,7 @@
 // and every entry present when the walk reaches it is visited once. Tombstones are reclaimed
 // only while no walk is live. The order of a walk is insertion order, never a hash seed's.
 //
-// Slots are stored in segments that double in size, so a slot never moves while the map
+// Slots are stored in segments that grow with the map, so a slot never moves while the map
 // grows; only a reclaim moves slots. A node pointer is therefore valid until the next erase
 // outside a walk, or the end of a walk.
 #pragma once
@@ -204,9 +204,7 @@ class HashMap2018 {
     }
     void reseat() noexcept {
       p_ = &m_->slot(i_);
-      std::size_t q = (std::size_t{i_} >> kFirstSegmentBits) + 1;
-      unsigned seg = static_cast<unsigned>(std::bit_width(q)) - 1;
-      segEnd_ = static_cast<std::uint32_t>(segmentCapacity(seg + 1));
+      segEnd_ = static_cast<std::uint32_t>(segmentCapacity(segmentOf(i_) + 1));
     }
     Node* p_ = nullptr;
     std::uint32_t segEnd_ = 0;
@@ -259,15 +257,25 @@ class HashMap2018 {
   std::size_t mask() const noexcept { return index_.size() - 1; }
   std::size_t bucketOf(std::uint64_t h) const noexcept { return homeOf(tagOf(h)); }
 
-  // Segment s holds 8 << s slots and starts at slot 8 * (2^s - 1).
+  // Segments double from 8 slots up to 4096, then stay at 4096: a large map wastes at most one
+  // segment's slack rather than half of itself just after a doubling.
+  static constexpr std::size_t kDoublings = 10;
+  static constexpr std::size_t kLargeSegment = std::size_t{1} << (kDoublings - 1 + kFirstSegmentBits);
+  static constexpr std::size_t kDoubledCapacity = ((std::size_t{1} << kDoublings) - 1) << kFirstSegmentBits;
   static std::size_t segmentCapacity(std::size_t segments) noexcept {
-    return ((std::size_t{1} << segments) - 1) << kFirstSegmentBits;
+    if (segments <= kDoublings) return ((std::size_t{1} << segments) - 1) << kFirstSegmentBits;
+    return kDoubledCapacity + (segments - kDoublings) * kLargeSegment;
+  }
+  static std::size_t segmentSize(std::size_t s) noexcept {
+    return s < kDoublings ? std::size_t{1} << (s + kFirstSegmentBits) : kLargeSegment;
+  }
+  static std::size_t segmentOf(std::uint32_t i) noexcept {
+    if (i >= kDoubledCapacity) return kDoublings + (i - kDoubledCapacity) / kLargeSegment;
+    return static_cast<std::size_t>(std::bit_width((std::size_t{i} >> kFirstSegmentBits) + 1)) - 1;
   }
   Node& slot(std::uint32_t i) const noexcept {
-    std::size_t q = (std::size_t{i} >> kFirstSegmentBits) + 1;
-    unsigned seg = static_cast<unsigned>(std::bit_width(q)) - 1;
-    std::size_t off = std::size_t{i} - segmentCapacity(seg);
-    return segments_[seg].get()[off];
+    std::size_t seg = segmentOf(i);
+    return segments_[seg].get()[std::size_t{i} - segmentCapacity(seg)];
   }
 
   bool isDead(std::uint32_t s) const noexcept { return (dead_[s >> 6] >> (s & 63)) & 1u; }
@@ -326,7 +334,7 @@ class HashMap2018 {
   }
 
   void addSegment() {
-    std::size_t n = std::size_t{1} << (segments_.size() + kFirstSegmentBits);
+    std::size_t n = segmentSize(segments_.size());
     segments_.emplace_back(static_cast<Node*>(::operator new (n * sizeof(Node), std::align_val_t{alignof(Node)})));
   }
 

@@ -329,3 +329,25 @@ RC_GTEST_PROP(HashMap2018Model, MatchesStdMapThroughWalksWithMutation, ()) {
 RC_GTEST_PROP(HashMap2018Model, MatchesStdMapWithCollidingKeys, ()) { checkAgainstModel<CollidingHash>(*opsGen()); }
 
 }  // namespace
+
+// Past the doubling segments the map grows in fixed-size segments: entries there must be found,
+// walked in order and survive a reclaim like any other.
+TEST(HashMap2018, LargeMapAcrossFixedSegments) {
+  Vok::HashMap2018<std::uint32_t, std::uint32_t> m;
+  constexpr std::uint32_t n = 30000;
+  for (std::uint32_t k = 0; k < n; ++k) m.newMemberG(k * 7919u, k);
+  for (std::uint32_t k = 0; k < n; k += 2) ASSERT_TRUE(m.deleteMemberG(k * 7919u));
+  std::uint32_t expect = 1;
+  for (auto& node : m) {
+    ASSERT_EQ(node.value, expect);
+    expect += 2;
+  }
+  EXPECT_EQ(expect, n + 1);
+  for (std::uint32_t k = n; k < n + 10000; ++k) m.newMemberG(k * 7919u, k);
+  for (std::uint32_t k = 1; k < n + 10000; k += (k < n ? 2 : 1)) {
+    auto const* node = m.lookupNodeG(k * 7919u);
+    ASSERT_NE(node, nullptr) << k;
+    ASSERT_EQ(node->value, k);
+  }
+  EXPECT_EQ(m.size(), n / 2 + 10000);
+}
