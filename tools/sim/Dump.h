@@ -1,43 +1,78 @@
 // A flat text form of any declared entity: one line per scalar and per collection member,
 // "attribute: value" or "attribute[key]: value", member entities spelled out as
-// "attribute[key].inner...". The report diffs two of these.
+// "attribute[key].inner...". The report diffs two of these and the scenario's expectations
+// are checked against them, so every entity of either switch can be looked at without code of
+// its own.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
-#include "Mirror.h"
+#include "runtime/Attributes.h"
+#include "types/Vxlan.h"
 
 namespace Sim {
 
-using Flat = std::map<std::string, std::string>;
+// Digit runs compare as numbers, so that "sharedDynVlan[2]" comes before "sharedDynVlan[10]"
+// and a run of VLANs reads in order.
+struct NaturalLess {
+  bool operator()(std::string_view a, std::string_view b) const noexcept;
+  using is_transparent = void;
+};
+
+using Flat = std::map<std::string, std::string, NaturalLess>;
 
 template <class T>
 std::string text(T const& v) {
-  std::ostringstream os;
   if constexpr (std::is_same_v<T, bool>) {
-    os << (v ? "true" : "false");
-  } else if constexpr (std::is_integral_v<T> && sizeof(T) == 1) {
-    os << static_cast<unsigned>(v);  // a byte is a number here, not a character
+    return v ? "true" : "false";
+  } else if constexpr (std::is_integral_v<T>) {
+    return std::to_string(v);  // a byte is a number here, not a character
+  } else if constexpr (std::is_same_v<T, Vxlan::VniVtiPair>) {
+    // The VNI first, as the handlers name it: "10010/Vxlan1".
+    return std::to_string(v.vni().value()) + "/" + text(v.intfId());
   } else {
+    std::ostringstream os;
     os << v;
+    return os.str();
   }
-  return os.str();
 }
+
+namespace DumpImpl {
+
+// Every (key, value) of a collection attribute straight from its storage: a dump is no reader of
+// a Shoal table and must not trip its corruption hooks.
+template <class A, class F>
+void forEachEntry(A const& attr, F&& f) {
+  if constexpr (requires { attr.map().iterator(); }) {
+    for (auto const& [k, v] : attr.map().map()) f(k, v);
+  } else {
+    for (auto it = attr.map().begin(); !it.done(); it.advance()) f(it->key, it->value);
+  }
+}
+
+}  // namespace DumpImpl
 
 template <class E>
 void flatten(E const& e, std::string const& prefix, Flat& out) {
   e.vokForEachAttribute([&](std::string_view name, Brix::FieldId, auto const& attr) {
     using A = std::decay_t<decltype(attr)>;
     std::string base = prefix + std::string(name);
-    if constexpr (Vok::Attr::ScalarAttr<A>) {
+    if constexpr (Vok::Attr::KeyAttr<A>) {
+      // A member's own key: it also makes a member with nothing else set visible.
+      out[base] = text(attr.get());
+    } else if constexpr (Vok::Attr::ScalarAttr<A>) {
       out[base] = text(attr.get());
     } else if constexpr (Vok::Attr::MembersAttr<A>) {
-      for (auto const& k : Vok::Attr::keysOf(attr)) flatten(*attr.get(k), base + "[" + text(k) + "].", out);
+      DumpImpl::forEachEntry(attr, [&](auto const& k, auto const& m) {
+        if (m) flatten(*m, base + "[" + text(k) + "].", out);
+      });
     } else if constexpr (Vok::Attr::ValuesAttr<A>) {
-      for (auto const& k : Vok::Attr::keysOf(attr)) out[base + "[" + text(k) + "]"] = text(attr.get(k));
+      DumpImpl::forEachEntry(attr, [&](auto const& k, auto const& v) { out[base + "[" + text(k) + "]"] = text(v); });
     }
   });
 }
@@ -47,6 +82,36 @@ Flat flatten(E const& e) {
   Flat out;
   flatten(e, "", out);
   return out;
+}
+
+inline bool NaturalLess::operator()(std::string_view a, std::string_view b) const noexcept {
+  auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  std::size_t i = 0;
+  std::size_t j = 0;
+  while (i < a.size() && j < b.size()) {
+    if (isDigit(a[i]) && isDigit(b[j])) {
+      std::size_t ei = i;
+      std::size_t ej = j;
+      while (ei < a.size() && isDigit(a[ei])) ++ei;
+      while (ej < b.size() && isDigit(b[ej])) ++ej;
+      std::size_t si = i;
+      std::size_t sj = j;
+      while (si + 1 < ei && a[si] == '0') ++si;
+      while (sj + 1 < ej && b[sj] == '0') ++sj;
+      std::string_view na = a.substr(si, ei - si);
+      std::string_view nb = b.substr(sj, ej - sj);
+      if (na.size() != nb.size()) return na.size() < nb.size();
+      if (na != nb) return na < nb;
+      i = ei;
+      j = ej;
+      continue;
+    }
+    if (a[i] != b[j]) return a[i] < b[j];
+    ++i;
+    ++j;
+  }
+  if ((a.size() - i) != (b.size() - j)) return (a.size() - i) < (b.size() - j);
+  return a < b;  // equal up to leading zeros: plain order keeps the ordering strict
 }
 
 }  // namespace Sim

@@ -1,5 +1,15 @@
 // A simulated MLAG pair: switches A and B and the peer link between them, on virtual time.
+//
+// The link carries each side's published entities into the other side's received ones through
+// generic mirrors, after a one-way delay. Cutting it drops what is in flight and makes both
+// switches' Mlag::Status show the peer link down (bit 0 of peerLinkDownFlag, peerLinkKnown
+// left non-zero) and Mlag::ProtoStatus an invalid monotonic offset. Restoring it resynchronises
+// whole entities by difference, as a peer protocol would, and only once that has arrived does
+// each side see the link up and the offset valid again.
 #pragma once
+
+#include <memory>
+#include <vector>
 
 #include "Link.h"
 #include "Mirror.h"
@@ -13,31 +23,43 @@ class Pair {
 
  public:
   Pair();
+  Pair(Pair const&) = delete;
+  Pair& operator=(Pair const&) = delete;
 
   Switch a{"A"};
   Switch b{"B"};
 
-  Link& linkTo(Switch const& s) noexcept { return &s == &b ? aToB_ : bToA_; }
+  Switch& peerOf(Switch const& s) noexcept { return &s == &a ? b : a; }
+  // The direction that carries what `s` publishes.
+  Link& linkFrom(Switch const& s) noexcept { return &s == &a ? aToB_ : bToA_; }
+
   void delayIs(Brix::Duration d) noexcept {
     aToB_.delayIs(d);
     bToA_.delayIs(d);
   }
+  Brix::Duration delay() const noexcept { return aToB_.delay(); }
 
-  // Cutting drops what is in flight; restoring resynchronises each side's view of the other.
   void linkUpIs(bool up);
   bool linkUp() const noexcept { return aToB_.up(); }
 
   // Delivers what is in flight and fires timers until `t`, each at its own time.
   void advanceTo(Brix::Duration t);
+  void advanceBy(Brix::Duration d) { advanceTo(now() + d); }
   // Delivers and fires until nothing more is due at the present time.
   void settle();
   Brix::Duration now() const { return loop_.now(); }
 
  private:
+  template <class E>
+  void mirror(Brix::Ptr<E> const& from, Brix::Ptr<E> const& to, Link& link) {
+    mirrors_.push_back(std::make_unique<Mirror<E>>(Brix::Ptr<E const>(from), to, link));
+  }
+  void peerLinkDownIs(Switch& s, bool down);
+  std::size_t deliver(Link& link, Switch& to, Brix::Duration now);
+
   Link aToB_;
   Link bToA_;
-  Mirror<Mlag::VxlanStatus> sentAToRecvB_{a.sentVxStatus, b.recvVxStatus, aToB_};
-  Mirror<Mlag::VxlanStatus> sentBToRecvA_{b.sentVxStatus, a.recvVxStatus, bToA_};
+  std::vector<std::unique_ptr<MirrorBase>> mirrors_;
 };
 
 }  // namespace Sim

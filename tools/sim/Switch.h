@@ -1,15 +1,105 @@
-// One simulated switch: the entities the library's state machines take, a container, and the
-// hosting plug-in's decisions about which children exist.
+// One simulated switch: every entity that the container's children take, a container, and the
+// hosting plug-in that brings the children up and down as the switch's Mlag::Status says.
 #pragma once
 
 #include <string>
+#include <string_view>
 
-#include "Vxlan/VxlanMlagHostTableSm.h"
+#include "PlugIn.h"
+#include "Vxlan/SmContainer.h"
+#include "entities/Arp/InputConfig.h"
+#include "entities/Bfd/StatusPeer.h"
+#include "entities/Bridging/Config.h"
+#include "entities/L2Rib/SourceDirEntry.h"
+#include "entities/Mlag/Status.h"
 #include "entities/Mlag/VxlanStatus.h"
+#include "entities/MlagP2p/HostTable.h"
+#include "entities/Routing/L2VpnConfig.h"
+#include "entities/Shoal/Status.h"
+#include "entities/Vxlan/ActiveArpIpTable.h"
+#include "entities/Vxlan/BumStatus.h"
+#include "entities/Vxlan/VtiStatus.h"
+#include "entities/VxlanController/VtepStatus.h"
+#include "runtime/Dir.h"
+#include "runtime/Publisher.h"
 
 namespace Sim {
 
-class Switch {
+// The entities of one switch, each made once and kept for the switch's life: a state machine
+// holds uses of them, and the peer link mirrors into them, so none is ever replaced.
+struct SwitchEntities {
+  template <class T>
+  using P = Brix::Ptr<T> const;
+
+  // The peer exchange.
+  P<Mlag::VxlanStatus> sentVxStatus = Brix::newNode<Mlag::VxlanStatus>();
+  P<Mlag::VxlanStatus> recvVxStatus = Brix::newNode<Mlag::VxlanStatus>();
+  P<Mlag::VxlanStatus> localVxStatus = Brix::newNode<Mlag::VxlanStatus>();
+  // The MLAG agent.
+  P<Mlag::Status> mlagStatus = Brix::newNode<Mlag::Status>();
+  P<Mlag::ProtoStatus> mlagProtoStatus = Brix::newNode<Mlag::ProtoStatus>();
+  // The switch's own configuration and status.
+  P<Vxlan::VtiStatusDir> vtiStatusDir = Brix::newNode<Vxlan::VtiStatusDir>();
+  P<VxlanController::VtepStatusDirV2> vtepStatusDir = Brix::newNode<VxlanController::VtepStatusDirV2>();
+  P<Arp::InputConfig> arpInputConfig = Brix::newNode<Arp::InputConfig>();
+  P<Bfd::StatusPeer> bfdStatusPeer = Brix::newNode<Bfd::StatusPeer>();
+  P<Bridging::Config> bridgingConfig = Brix::newNode<Bridging::Config>();
+  P<Bridging::Flat::VlanConfigDir> vlanConfigFlatDir = Brix::newNode<Bridging::Flat::VlanConfigDir>();
+  P<Routing::L2Vpn::Config> l2VpnConfig = Brix::newNode<Routing::L2Vpn::Config>();
+  P<Vok::Dir> controllerStatusBaseDir = Brix::newNode<Vok::Dir>("controllerStatus");
+  // The FDB tables in shared memory.
+  P<Shoal::Bridging::Status> bridgingStatus = Brix::newNode<Shoal::Bridging::Status>();
+  P<Shoal::Vxlan::FdbStatus> vxlanFdbStatus = Brix::newNode<Shoal::Vxlan::FdbStatus>();
+  // The host tables: this side's, the one sent to the peer, and the one received from it.
+  P<Mlag::HostTable> mlagHostTable = Brix::newNode<Mlag::HostTable>();
+  P<MlagP2p::HostTable> sentP2pHostTable = Brix::newNode<MlagP2p::HostTable>();
+  P<MlagP2p::HostTable> recvP2pHostTable = Brix::newNode<MlagP2p::HostTable>();
+  // Active ARP: the configuration, this switch's table in the central store, and the tables
+  // sent to and received from the peer.
+  P<Vxlan::ActiveArpIpTable> activeArpConfig = Brix::newNode<Vxlan::ActiveArpIpTable>();
+  P<Vxlan::ActiveArpIpTable> corestateActiveArp = Brix::newNode<Vxlan::ActiveArpIpTable>();
+  P<Vxlan::ActiveArpIpTable> sentActiveArp = Brix::newNode<Vxlan::ActiveArpIpTable>();
+  P<Vxlan::ActiveArpIpTable> recvActiveArp = Brix::newNode<Vxlan::ActiveArpIpTable>();
+  // Flood lists, in both forms.
+  P<L2Rib::SourceDirEntry> sdeInput = Brix::newNode<L2Rib::SourceDirEntry>();
+  P<L2Rib::SourceDirEntry> sdeOutput = Brix::newNode<L2Rib::SourceDirEntry>();
+  P<Vxlan::BumStatus> bumStatusInput = Brix::newNode<Vxlan::BumStatus>();
+  P<Vxlan::BumStatus> bumStatusOutput = Brix::newNode<Vxlan::BumStatus>();
+
+  // Calls f(name, ptr, reported) for every declared entity, in the order above. `reported`
+  // marks what the library or the peer link writes: the report shows their changes. The
+  // directory of controller tables is not a declared entity and is left out.
+  template <class F>
+  void forEachEntity(F&& f) const {
+    f(std::string_view("sentVxStatus"), sentVxStatus, true);
+    f(std::string_view("recvVxStatus"), recvVxStatus, true);
+    f(std::string_view("localVxStatus"), localVxStatus, true);
+    f(std::string_view("mlagStatus"), mlagStatus, true);
+    f(std::string_view("mlagProtoStatus"), mlagProtoStatus, true);
+    f(std::string_view("vtiStatusDir"), vtiStatusDir, false);
+    f(std::string_view("vtepStatusDir"), vtepStatusDir, false);
+    f(std::string_view("arpInputConfig"), arpInputConfig, false);
+    f(std::string_view("bfdStatusPeer"), bfdStatusPeer, true);
+    f(std::string_view("bridgingConfig"), bridgingConfig, false);
+    f(std::string_view("vlanConfigFlatDir"), vlanConfigFlatDir, false);
+    f(std::string_view("l2VpnConfig"), l2VpnConfig, false);
+    f(std::string_view("bridgingStatus"), bridgingStatus, false);
+    f(std::string_view("vxlanFdbStatus"), vxlanFdbStatus, true);
+    f(std::string_view("mlagHostTable"), mlagHostTable, true);
+    f(std::string_view("sentP2pHostTable"), sentP2pHostTable, true);
+    f(std::string_view("recvP2pHostTable"), recvP2pHostTable, true);
+    f(std::string_view("activeArpConfig"), activeArpConfig, false);
+    f(std::string_view("corestateActiveArp"), corestateActiveArp, true);
+    f(std::string_view("sentActiveArp"), sentActiveArp, true);
+    f(std::string_view("recvActiveArp"), recvActiveArp, true);
+    f(std::string_view("sdeInput"), sdeInput, false);
+    f(std::string_view("sdeOutput"), sdeOutput, true);
+    f(std::string_view("bumStatusInput"), bumStatusInput, false);
+    f(std::string_view("bumStatusOutput"), bumStatusOutput, true);
+  }
+};
+
+class Switch : public SwitchEntities {
  public:
   explicit Switch(std::string name);
   ~Switch();
@@ -17,19 +107,19 @@ class Switch {
   Switch& operator=(Switch const&) = delete;
 
   std::string const& name() const noexcept { return name_; }
-
-  Brix::Ptr<Mlag::VxlanStatus> const sentVxStatus = Brix::newNode<Mlag::VxlanStatus>();
-  Brix::Ptr<Mlag::VxlanStatus> const recvVxStatus = Brix::newNode<Mlag::VxlanStatus>();
-  Brix::Ptr<Mlag::VxlanStatus> const localVxStatus = Brix::newNode<Mlag::VxlanStatus>();
-
   MlagVxlan::SmContainer::Ptr const& container() const noexcept { return container_; }
 
-  // The plug-in: brings up the children this switch should have now.
+  // Runs the plug-in's decisions now. They also run by themselves on every change of
+  // mlagStatus, before any other reader of it hears of the change.
   void plugInRun();
 
  private:
+  static void mlagStatusDispatch(Brix::Publisher const*, Brix::Subscriber*, Brix::FieldId, void const*,
+                                 void const*) noexcept;
+
   std::string name_;
   MlagVxlan::SmContainer::Ptr container_;
+  Brix::Subscriber mlagStatusSub_{this};
 };
 
 }  // namespace Sim

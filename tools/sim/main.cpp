@@ -1,62 +1,147 @@
-// mlagvxlan-sim: runs a simulated MLAG pair and shows what the two switches agree on.
+// mlagvxlan-sim: runs a scenario on a simulated MLAG pair and reports what the two switches
+// agree on, step by step. Without a scenario file it runs the built-in one.
+//
+// Exit codes: 0 every expectation met; 1 an expectation not met; 2 a malformed scenario, a bad
+// option, or a step the library refused.
 #include <fmt/format.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
-#include <functional>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <optional>
 #include <string>
-#include <vector>
 
-#include "Dump.h"
 #include "Pair.h"
+#include "Run.h"
+#include "Scenario.h"
+#include "TraceSink.h"
+#include "Vxlan/Trace.h"
 
 namespace {
 
-struct Step {
-  std::string what;
-  std::function<void(Sim::Pair&)> act;
-  std::string note;
+constexpr int exitUnmet = 1;
+constexpr int exitBadInput = 2;
+
+// Where the ring file goes when the user keeps none: a private directory, removed at exit.
+class TempRingDir {
+ public:
+  TempRingDir() {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "mlagvxlan-sim-XXXXXX").string();
+    if (::mkdtemp(tmpl.data())) path_ = tmpl;
+  }
+  ~TempRingDir() {
+    std::error_code ec;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+  }
+  TempRingDir(TempRingDir const&) = delete;
+  TempRingDir& operator=(TempRingDir const&) = delete;
+  std::string const& path() const noexcept { return path_; }
+
+ private:
+  std::string path_;
 };
 
-void printLocal(Sim::Pair& pair) {
-  for (Sim::Switch* s : {&pair.a, &pair.b}) {
-    auto flat = Sim::flatten(*s->localVxStatus);
-    fmt::print("    {} localVxStatus.scheduledMlagPeerArpSync: {}\n", s->name(), flat["scheduledMlagPeerArpSync"]);
-  }
+int fail(std::string const& message) {
+  std::cerr << "mlagvxlan-sim: " << message << '\n';
+  return exitBadInput;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"Runs a simulated MLAG pair of VXLAN switches and reports what the two agree on."};
-  CLI11_PARSE(app, argc, argv);
-
-  Sim::Pair pair;
-  std::vector<Step> steps = {
-      {"pair up, neither side advertises scheduled peer ARP sync", [](Sim::Pair&) {}, ""},
-      {"A advertises", [](Sim::Pair& p) { p.a.sentVxStatus->scheduledMlagPeerArpSyncIs(true); },
-       "B re-reads on A's change, but B itself does not advertise"},
-      {"B advertises", [](Sim::Pair& p) { p.b.sentVxStatus->scheduledMlagPeerArpSyncIs(true); },
-       "A re-reads on B's change; B's own change alone starts nothing on B"},
-      {"both agents rebuild the capability child",
-       [](Sim::Pair& p) {
-         (void)p.a.container()->scheduledMlagPeerArpSyncSmDel();
-         p.a.plugInRun();
-         (void)p.b.container()->scheduledMlagPeerArpSyncSmDel();
-         p.b.plugInRun();
-       },
-       "a new child reads both advertisements afresh"},
-      {"B withdraws", [](Sim::Pair& p) { p.b.sentVxStatus->scheduledMlagPeerArpSyncIs(false); },
-       "A re-reads on B's change; B keeps its result until A's advertisement changes"},
-  };
-
-  int n = 0;
-  for (auto const& step : steps) {
-    step.act(pair);
-    pair.settle();
-    fmt::print("step {}: {}\n", ++n, step.what);
-    printLocal(pair);
-    if (!step.note.empty()) fmt::print("    ({})\n", step.note);
+  CLI::App app{
+      "Runs a scenario on a simulated MLAG pair of VXLAN switches, A and B, on virtual time, and reports after each "
+      "step what changed in each switch's outputs and which expectations were met. Without a scenario "
+      "file it runs the built-in one.\n\nExit codes: 0 all expectations met, 1 some not met, 2 bad scenario or "
+      "option."};
+  std::string scenarioPath;
+  std::string jsonPath;
+  std::string traceDir;
+  std::string traceLevels;
+  bool quiet = false;
+  bool showBuiltin = false;
+  app.add_option("scenario", scenarioPath, "A scenario file (YAML); see examples/README.md");
+  app.add_option("--json", jsonPath, "Write the whole final state of both switches to this file, as JSON");
+  app.add_option("--trace-dir", traceDir,
+                 "Keep the library's ring-buffer trace file (Mlag-Vxlan.rl) in this directory");
+  app.add_option("--trace", traceLevels, "Print the text trace at these levels, as in \"5,6\" or \"0-9\" or \"all\"");
+  app.add_flag("-q,--quiet", quiet, "Print only unmet expectations and the closing line");
+  app.add_flag("--show-builtin", showBuiltin, "Print the built-in scenario and exit");
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::CallForHelp const& e) {
+    return app.exit(e);
+  } catch (CLI::ParseError const& e) {
+    app.exit(e);
+    return exitBadInput;
   }
-  return 0;
+
+  if (showBuiltin) {
+    std::cout << Sim::builtinScenarioText();
+    return 0;
+  }
+
+  std::optional<std::uint32_t> traceMask;
+  if (!traceLevels.empty()) {
+    std::uint32_t mask = 0;
+    std::string error;
+    if (!Vok::parseLevelMask(traceLevels, mask, error)) return fail("--trace: " + error);
+    traceMask = mask;
+  }
+  if (!traceDir.empty()) {
+    std::error_code ec;
+    if (!std::filesystem::is_directory(traceDir, ec)) return fail("--trace-dir: '" + traceDir + "' is not a directory");
+  }
+  std::unique_ptr<std::ofstream> json;
+  if (!jsonPath.empty()) {
+    json = std::make_unique<std::ofstream>(jsonPath, std::ios::trunc);
+    if (!*json) return fail("--json: cannot write '" + jsonPath + "': " + std::strerror(errno));
+  }
+
+  Sim::Scenario scenario;
+  try {
+    scenario = scenarioPath.empty() ? Sim::parseScenario(Sim::builtinScenarioText(), Sim::builtinScenarioName)
+                                    : Sim::loadScenario(scenarioPath);
+  } catch (Sim::ScenarioError const& e) {
+    return fail(e.what());
+  }
+
+  // The ring file is opened by the first container, so its directory is set before the pair.
+  std::optional<TempRingDir> tempDir;
+  if (traceDir.empty()) {
+    tempDir.emplace();
+    if (tempDir->path().empty()) return fail(std::string("cannot make a temporary directory: ") + std::strerror(errno));
+  }
+  ::setenv("RINGLOGDIR", traceDir.empty() ? tempDir->path().c_str() : traceDir.c_str(), 1);
+
+  // Text-trace lines, from --trace or from MLAGVXLAN_TRACE, go into the report with their switch.
+  Sim::SwitchTraceSink sink(std::cout);
+  if (traceMask) MlagVxlan::_defaultTraceHandle()->levelMaskIs(*traceMask);
+
+  Sim::RunResult result;
+  try {
+    Sim::Pair pair;
+    Sim::RunOptions options;
+    options.quiet = quiet;
+    if (quiet && ::isatty(STDERR_FILENO)) options.progress = &std::cerr;
+    result = Sim::runScenario(pair, scenario, std::cout, options);
+    if (json) {
+      *json << Sim::stateJson(pair);
+      json->close();
+      if (!*json) return fail("--json: cannot write '" + jsonPath + "'");
+    }
+  } catch (Sim::ScenarioError const& e) {
+    std::cout.flush();
+    return fail(e.what());
+  }
+  if (!traceDir.empty() && !quiet) {
+    std::cout << "ring-buffer trace: " << (std::filesystem::path(traceDir) / "Mlag-Vxlan.rl").string() << '\n';
+  }
+  return result.failed > 0 ? exitUnmet : 0;
 }

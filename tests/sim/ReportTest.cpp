@@ -1,0 +1,166 @@
+// The report's parts: the dump's order, the folded diff, expectations on the dump, and the
+// generic paths that write any entity of a switch.
+#include <gtest/gtest.h>
+#include <yaml-cpp/yaml.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Dump.h"
+#include "Pair.h"
+#include "Paths.h"
+#include "Run.h"
+#include "Scenario.h"
+
+namespace {
+
+std::vector<std::string> keys(Sim::Flat const& f) {
+  std::vector<std::string> out;
+  for (auto const& [k, v] : f) out.push_back(k);
+  return out;
+}
+
+TEST(ReportTest, TheDumpReadsNumbersInOrder) {
+  Sim::Flat f;
+  for (char const* k : {"x[10]", "x[9]", "x[100]", "x[2]", "x[1].y", "w", "x[1]"}) f[k] = "v";
+  EXPECT_EQ(keys(f), (std::vector<std::string>{"w", "x[1]", "x[1].y", "x[2]", "x[9]", "x[10]", "x[100]"}));
+  Sim::NaturalLess less;
+  EXPECT_FALSE(less("a10", "a10"));
+  EXPECT_TRUE(less("a9b", "a10a"));
+  EXPECT_TRUE(less("10.0.0.2", "10.0.0.10"));
+}
+
+TEST(ReportTest, TheDiffFoldsRunsOfEqualChangesOnly) {
+  Sim::Flat before{{"e.shared[3]", "true"}, {"e.map[7]", "1"}, {"e.addr", "1.1.1.1"}};
+  Sim::Flat after{{"e.shared[1]", "true"},  {"e.shared[2]", "true"}, {"e.shared[3]", "true"}, {"e.shared[4]", "true"},
+                  {"e.shared[5]", "false"}, {"e.shared[7]", "true"}, {"e.addr", "2.2.2.2"},   {"f.other", "x"}};
+  auto changes = Sim::diffEntity(before, after, "e");
+  ASSERT_EQ(changes.size(), 6u);
+  EXPECT_EQ(changes[0].kind, '~');
+  EXPECT_EQ(changes[0].name, "addr");
+  EXPECT_EQ(changes[0].before, "1.1.1.1");
+  EXPECT_EQ(changes[0].after, "2.2.2.2");
+  EXPECT_EQ(changes[1].kind, '-');
+  EXPECT_EQ(changes[1].name, "map[7]");
+  // 1 and 2 are added, 3 stands, 4 is added: a run never folds over a line that did not change.
+  EXPECT_EQ(changes[2].name, "shared[1..2]");
+  EXPECT_EQ(changes[2].count, 2u);
+  EXPECT_EQ(changes[3].name, "shared[4]");
+  EXPECT_EQ(changes[4].name, "shared[5]");  // another value
+  EXPECT_EQ(changes[5].name, "shared[7]");  // not next to 5
+  EXPECT_TRUE(Sim::diffEntity(before, before, "e").empty());
+}
+
+TEST(ReportTest, ExpectationsLookAtValuesMembersAndCounts) {
+  Sim::Pair p;
+  p.a.vtiStatusDir->vtiStatusIs(Vxlan1);
+  p.a.localVxStatus->vtepTypeAddrIs(Vxlan::VtepType::localVtep, Lanx::IpAddr(10, 0, 0, 1));
+  p.a.localVxStatus->vtepTypeAddrIs(Vxlan::VtepType::mlagVtep, Lanx::IpAddr(10, 0, 0, 3));
+  Sim::Flat flat = Sim::flattenSwitch(p.a);
+  EXPECT_EQ(flat.at("localVxStatus.vtepTypeAddr[mlagVtep]"), "10.0.0.3");
+  EXPECT_EQ(flat.at("vtiStatusDir.vtiStatus[Vxlan1].intfId"), "Vxlan1");
+
+  Sim::Scenario sc = Sim::parseScenario(R"(
+steps:
+  - expect:
+      A:
+        localVxStatus.vtepTypeAddr[1]: 10.0.0.1
+        localVxStatus.vtepTypeAddr[alternateVtep]: absent
+        localVxStatus.vtepTypeAddr: {count: 2}
+        vtiStatusDir.vtiStatus[Vxlan1]: present
+        vtiStatusDir.vtiStatus[Vxlan2]: absent
+        vtiStatusDir.vtiStatus[Vxlan1].localVtepAddr: 0.0.0.0
+        container.primarySm: absent
+        localVxStatus.vtepTypeAddr[mlagVtep]: {value: 10.0.0.3}
+  - expect:
+      A:
+        localVxStatus.vtepTypeAddr[mlagVtep]: 10.0.0.4
+        localVxStatus.vtepTypeAddr: {count: 3}
+        vtiStatusDir.vtiStatus[Vxlan1]: absent
+        localVxStatus.vtepTypeAddr[alternateVtep]: present
+)",
+                                        "e.yaml");
+  std::string found;
+  for (auto const& e : sc.steps[0].expect) EXPECT_TRUE(Sim::expectationMet(flat, e, found)) << e.probe.line;
+  auto const& unmet = sc.steps[1].expect;
+  ASSERT_EQ(unmet.size(), 4u);
+  std::vector<std::string> const wasFound = {"10.0.0.3", "2 keys", "present", "absent"};
+  for (std::size_t i = 0; i < unmet.size(); ++i) {
+    EXPECT_FALSE(Sim::expectationMet(flat, unmet[i], found)) << unmet[i].probe.line;
+    EXPECT_EQ(found, wasFound[i]);
+  }
+}
+
+TEST(ReportTest, PathsWriteAndDeleteAnyEntityOfASwitch) {
+  Sim::Pair p;
+  YAML::Node doc = YAML::Load(R"(
+mlagStatus: {peerMacAddr: "00:00:00:00:00:07", mlagState: secondary}
+vtiStatusDir.vtiStatus[Vxlan2].extendedVlanToVniMap: {5000: 15000, 7: {vni: 10007, source: evpn}}
+localVxStatus.vniVtiToDynVlanMap[10010/Vxlan1]: 10
+localVxStatus.sharedDynVlan: {1: true, 2: true}
+)");
+  for (auto const& kv : doc) Sim::compileSet(kv.first, kv.second)(p.a);
+  EXPECT_EQ(p.a.mlagStatus->peerMacAddr(), Lanx::EthAddr(0, 0, 7));
+  EXPECT_TRUE(p.a.container()->secondarySm()) << "a generic write of the state reaches the plug-in too";
+  auto vti2 = p.a.vtiStatusDir->vtiStatus(Lanx::IntfId("Vxlan2"));
+  ASSERT_TRUE(vti2);
+  EXPECT_EQ(vti2->extendedVlanToVniMap(Bridging::ExtendedVlanId(5000)).vni(), Vxlan::VniExtOrNone(15000));
+  EXPECT_EQ(vti2->extendedVlanToVniMap(Bridging::ExtendedVlanId(7)).source(), Brix::String("evpn"));
+  EXPECT_EQ(p.a.localVxStatus->vniVtiToDynVlanMap(Vxlan::VniVtiPair(Vxlan::VniExt(10010u), Vxlan1)),
+            Bridging::ExtendedVlanId(10));
+
+  // Writing a member again keeps the one object: a VTI is never replaced under its key.
+  Sim::compileSet(YAML::Node("vtiStatusDir.vtiStatus[Vxlan2].localVtepAddr"), YAML::Node("10.0.0.2"))(p.a);
+  EXPECT_EQ(p.a.vtiStatusDir->vtiStatus(Lanx::IntfId("Vxlan2")).get(), vti2.get());
+
+  Sim::compileDelete(YAML::Node("vtiStatusDir.vtiStatus[Vxlan2].extendedVlanToVniMap[7]"))(p.a);
+  EXPECT_EQ(vti2->extendedVlanToVniMapCount(), 1u);
+  Sim::compileSet(YAML::Node("localVxStatus.sharedDynVlan[2]"), YAML::Node())(p.a);  // ~ deletes
+  EXPECT_EQ(p.a.localVxStatus->sharedDynVlanCount(), 1u);
+  Sim::compileDelete(YAML::Node("localVxStatus.sharedDynVlan"))(p.a);
+  EXPECT_EQ(p.a.localVxStatus->sharedDynVlanCount(), 0u);
+  Sim::compileDelete(YAML::Node("vtiStatusDir.vtiStatus[Vxlan2]"))(p.a);
+  EXPECT_FALSE(p.a.vtiStatusDir->vtiStatusHas(Lanx::IntfId("Vxlan2")));
+  // Deleting below a member that is not there does nothing.
+  Sim::compileDelete(YAML::Node("vtiStatusDir.vtiStatus[Vxlan2].extendedVlanToVniMap[7]"))(p.a);
+  EXPECT_FALSE(p.a.vtiStatusDir->vtiStatusHas(Lanx::IntfId("Vxlan2")));
+}
+
+TEST(ReportTest, TheReportShowsWhatChangedAndTheJsonHoldsEverything) {
+  Sim::Scenario sc = Sim::parseScenario(R"(
+steps:
+  - A: {role: primary}
+    B: {role: secondary}
+  - A:
+      vti: {Vxlan1: {localVtepAddr: 10.0.0.1}}
+)",
+                                        "r.yaml");
+  Sim::Pair p;
+  std::ostringstream out;
+  (void)Sim::runScenario(p, sc, out);
+  std::string const text = out.str();
+  EXPECT_NE(text.find("[1/2] t=0.000  A: role primary; B: role secondary"), std::string::npos) << text;
+  EXPECT_NE(text.find("    + sharedDynVlan[1..4094]  true  (4094 keys)"), std::string::npos) << text;
+  EXPECT_NE(text.find("  B localVxStatus\n    + vtepTypeAddr[localVtep]  10.0.0.1\n"), std::string::npos) << text;
+  // Inputs that the step itself wrote are not repeated as changes.
+  EXPECT_EQ(text.find("vtiStatusDir"), std::string::npos) << text;
+
+  auto json = nlohmann::json::parse(Sim::stateJson(p));
+  EXPECT_EQ(json["B"]["localVxStatus"]["vtepTypeAddr"]["localVtep"], "10.0.0.1");
+  EXPECT_EQ(json["A"]["container"], nlohmann::json::array({"primarySm", "scheduledMlagPeerArpSyncSm"}));
+  EXPECT_EQ(json["A"]["vtiStatusDir"]["vtiStatus"]["Vxlan1"]["localVtepAddr"], "10.0.0.1");
+  EXPECT_EQ(json["B"]["sentVxStatus"]["sharedDynVlan"].size(), 4094u);
+
+  // Quiet, a long scenario gets one progress line per step and a report of the closing line only.
+  Sim::Pair q;
+  std::ostringstream quiet;
+  std::ostringstream progress;
+  (void)Sim::runScenario(q, sc, quiet, Sim::RunOptions{.quiet = true, .progress = &progress, .progressFrom = 2});
+  EXPECT_EQ(quiet.str(), "\n2 steps run, 0 expectations met, 0 not met\n");
+  EXPECT_NE(progress.str().find("\r[1/2] t=0.000"), std::string::npos);
+  EXPECT_NE(progress.str().find("\r[2/2] t=0.000"), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,189 @@
+// The scenario reader: what it accepts, and for what it refuses, the line and the words.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "Pair.h"
+#include "Run.h"
+#include "Scenario.h"
+#include "support/RingLogDir.h"
+
+MLAGVXLAN_TEST_RINGLOGDIR();
+
+namespace {
+
+struct Refusal {
+  char const* yaml;
+  int line;
+  char const* words;
+};
+
+// The error a scenario text gets, or "" if it is accepted.
+std::string refusalOf(std::string const& yaml, int* line = nullptr) {
+  try {
+    (void)Sim::parseScenario(yaml, "case.yaml");
+  } catch (Sim::ScenarioError const& e) {
+    if (line) *line = e.line();
+    EXPECT_EQ(e.file(), "case.yaml");
+    return e.message();
+  }
+  return "";
+}
+
+TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
+  Refusal const cases[] = {
+      {"steps: [\n", 2, "not valid YAML"},
+      {"- 1\n- 2\n", 1, "a scenario is a map"},
+      {"name: x\n", 1, "needs steps"},
+      {"steps: []\n", 1, "needs steps"},
+      {"stepz:\n  - A: {role: primary}\n", 1, "unknown key 'stepz'"},
+      {"steps:\n  - foo: 1\n", 2, "unknown key 'foo' in a step"},
+      {"steps:\n  - note: nothing\n", 2, "does nothing"},
+      {"steps:\n  - A: {role: primry}\n", 2, "'primry' is not one of"},
+      {"steps:\n  - C: {role: primary}\n", 2, "unknown key 'C'"},
+      {"steps:\n  - A: {colour: red}\n", 2, "unknown key 'colour' in the inputs of A"},
+      {"steps:\n  - link: sever\n", 2, "expected cut or restore"},
+      {"steps:\n  - at: 2\n  - at: 1\n", 3, "lies before the time"},
+      {"steps:\n  - advance: 2\n  - at: 1\n", 3, "lies before the time"},
+      {"steps:\n  - advance: -1\n", 2, "0 or more"},
+      {"delay: soon\nsteps:\n  - advance: 1\n", 1, "'soon' is not a number"},
+      // A mapping with VNI none would reach the library as a programmer's error.
+      {"steps:\n  - A:\n      vti:\n        Vxlan1:\n          vlanToVni:\n            10: {source: static}\n", 6,
+       "a mapping needs a vni"},
+      {"steps:\n  - A:\n      vti:\n        Vxlan1:\n          vlanToVni:\n            10: none\n", 6,
+       "'none' is not a VNI"},
+      {"steps:\n  - A:\n      set:\n        vtiStatusDir.vtiStatus[Vxlan1].extendedVlanToVniMap[10]: {vni: none}\n", 4,
+       "'none' is not a VNI"},
+      {"steps:\n  - A:\n      vti:\n        Vxlan1:\n          vlanToVni:\n            0: 10010\n", 6,
+       "'0' is not a VLAN"},
+      {"steps:\n  - A:\n      vti:\n        Vxlan1: {localVtepAddr: 10.0.0.300}\n", 4, "is not an IPv4 address"},
+      {"steps:\n  - A:\n      vti:\n        Vxlan1: {speed: 10}\n", 4, "has no attribute 'speed'"},
+      {"steps:\n  - A:\n      set:\n        sentVxStatus.nope: 1\n", 4, "has no attribute 'nope'"},
+      {"steps:\n  - A:\n      set:\n        nowhere.x: 1\n", 4, "no entity 'nowhere'"},
+      {"steps:\n  - A:\n      set:\n        localVxStatus.vtepTypeAddr[bogus]: 1.2.3.4\n", 4, "'bogus' is not one of"},
+      {"steps:\n  - A:\n      set:\n        localVxStatus.vtepTypeAddr[localVtep: 1.2.3.4\n", 4, "without its ']'"},
+      {"steps:\n  - A:\n      set:\n        sentVxStatus.scheduledMlagPeerArpSync[1]: true\n", 4, "not a collection"},
+      {"steps:\n  - A:\n      set:\n        sentVxStatus.scheduledMlagPeerArpSync: maybe\n", 4, "is not true or false"},
+      {"steps:\n  - A:\n      set:\n        mlagHostTable.hostEntry[x]: 1\n", 4, "cannot be written in a scenario yet"},
+      {"steps:\n  - A:\n      delete: [sentVxStatus.scheduledMlagPeerArpSync]\n", 3, "set it instead"},
+      {"steps:\n  - expect:\n      A:\n        localVxStatus.vniVtiToDynVlanMap[10010]: 10\n", 4,
+       "not a VNI and a VTI"},
+      {"steps:\n  - expect:\n      A:\n        localVxStatus.scheduledMlagPeerArpSync: absent\n", 4,
+       "always has a value"},
+      {"steps:\n  - expect:\n      A:\n        localVxStatus.vtepTypeAddr: 3\n", 4, "is a collection"},
+      {"steps:\n  - expect:\n      A:\n        localVxStatus.scheduledMlagPeerArpSync: {count: 1}\n", 4,
+       "has no count"},
+      {"steps:\n  - expect:\n      A:\n        localVxStatus.vtepTypeAddr[localVtep]: 1.2.3\n", 4,
+       "is not an IPv4 address"},
+      {"steps:\n  - expect:\n      A:\n        container.thirdSm: present\n", 4, "expected container.<child>"},
+      {"steps:\n  - expect:\n      A:\n        sentVxStatus.sharedDynVlan: {count: 1}\n      A:\n        "
+       "sentVxStatus.sharedDynVlan: {count: 2}\n",
+       5, "written twice"},
+  };
+  for (auto const& c : cases) {
+    int line = -1;
+    std::string words = refusalOf(c.yaml, &line);
+    EXPECT_NE(words.find(c.words), std::string::npos) << c.yaml << "\ngave: " << words;
+    EXPECT_EQ(line, c.line) << c.yaml << "\ngave: " << words;
+  }
+}
+
+TEST(ScenarioTest, TheMessageNamesFileAndLine) {
+  try {
+    (void)Sim::parseScenario("steps:\n  - link: sever\n", "dir/broken.yaml");
+    FAIL() << "accepted";
+  } catch (Sim::ScenarioError const& e) {
+    EXPECT_EQ(std::string(e.what()), "dir/broken.yaml:2: link: expected cut or restore");
+  }
+  try {
+    (void)Sim::loadScenario("/nonexistent/scenario.yaml");
+    FAIL() << "accepted";
+  } catch (Sim::ScenarioError const& e) {
+    EXPECT_EQ(std::string(e.what()), "/nonexistent/scenario.yaml: no such file");
+  }
+}
+
+TEST(ScenarioTest, StepsKeepTheirOrderTimesAndExpectations) {
+  Sim::Scenario sc = Sim::parseScenario(R"(
+delay: 0.25
+steps:
+  - note: first
+    A: {role: primary}
+    B: {role: secondary}
+  - at: 1.5
+    link: cut
+    advance: 0.5
+    expect:
+      B:
+        localVxStatus.vtepTypeAddr[3]: 10.0.0.1
+        localVxStatus.vniVtiToDynVlanMap: {count: 2}
+        vtiStatusDir.vtiStatus[Vxlan1]: absent
+)",
+                                        "t.yaml");
+  EXPECT_DOUBLE_EQ(sc.delay, 0.25);
+  ASSERT_EQ(sc.steps.size(), 2u);
+  EXPECT_EQ(sc.steps[0].note, "first");
+  EXPECT_EQ(sc.steps[0].inputs[0].size(), 1u);
+  EXPECT_EQ(sc.steps[0].inputs[1].size(), 1u);
+  EXPECT_EQ(sc.steps[0].summary, "A: role primary; B: role secondary");
+  Sim::Step const& s = sc.steps[1];
+  EXPECT_EQ(s.line, 7);
+  EXPECT_DOUBLE_EQ(*s.at, 1.5);
+  EXPECT_FALSE(*s.linkUp);
+  EXPECT_DOUBLE_EQ(*s.advance, 0.5);
+  ASSERT_EQ(s.expect.size(), 3u);
+  // Keys are written as the report prints them, or in any form their type reads.
+  EXPECT_EQ(s.expect[0].probe.line, "localVxStatus.vtepTypeAddr[mlagVtep]");
+  EXPECT_EQ(s.expect[0].value, "10.0.0.1");
+  EXPECT_EQ(s.expect[0].switchIndex, 1u);
+  EXPECT_EQ(s.expect[1].mode, Sim::Expectation::Mode::count);
+  EXPECT_EQ(s.expect[1].count, 2u);
+  EXPECT_EQ(s.expect[2].mode, Sim::Expectation::Mode::absent);
+  EXPECT_EQ(s.expect[2].line, 14);
+}
+
+TEST(ScenarioTest, TheBuiltInScenarioAndItsCopyPass) {
+  for (Sim::Scenario const& sc : {Sim::parseScenario(Sim::builtinScenarioText(), Sim::builtinScenarioName),
+                                  Sim::loadScenario(MLAGVXLAN_EXAMPLES_DIR "/pair.yaml")}) {
+    Sim::Pair pair;
+    std::ostringstream report;
+    Sim::RunResult r = Sim::runScenario(pair, sc, report);
+    EXPECT_EQ(r.failed, 0u) << report.str();
+    EXPECT_GT(r.met, 40u);
+    EXPECT_EQ(r.steps, sc.steps.size());
+  }
+}
+
+TEST(ScenarioTest, AnUnmetExpectationIsReportedWithWhatWasFound) {
+  Sim::Scenario sc = Sim::parseScenario(R"(
+steps:
+  - A:
+      role: primary
+      vti: {Vxlan1: {localVtepAddr: 10.0.0.1}}
+    B:
+      role: secondary
+      vti: {Vxlan1: {localVtepAddr: 10.0.0.2}}
+    expect:
+      B:
+        localVxStatus.vtepTypeAddr[localVtep]: 10.0.0.9
+        localVxStatus.vtepTypeAddr[mlagVtep]: present
+        localVxStatus.vtepTypeAddr: {count: 1}
+)",
+                                        "u.yaml");
+  Sim::Pair pair;
+  std::ostringstream report;
+  Sim::RunResult r = Sim::runScenario(pair, sc, report, Sim::RunOptions{.quiet = true});
+  EXPECT_EQ(r.met, 1u);
+  EXPECT_EQ(r.failed, 2u);
+  std::string const text = report.str();
+  EXPECT_NE(text.find("FAIL  B localVxStatus.vtepTypeAddr[localVtep]: expected 10.0.0.9, found 10.0.0.1  (u.yaml:11)"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find("FAIL  B localVxStatus.vtepTypeAddr[mlagVtep]: expected present, found absent  (u.yaml:12)"),
+            std::string::npos)
+      << text;
+  EXPECT_EQ(text.find("ok "), std::string::npos) << "quiet shows only what failed";
+}
+
+}  // namespace

@@ -1,0 +1,56 @@
+#include "PlugIn.h"
+
+#include "Switch.h"
+
+namespace Sim {
+
+void plugInRun(MlagVxlan::SmContainer& c, SwitchEntities const& s) {
+  Mlag::MlagState const state = s.mlagStatus->mlagState();
+  bool const primary = state == Mlag::MlagState::primary;
+  bool const secondary = state == Mlag::MlagState::secondary;
+
+  if (!primary) (void)c.primarySmDel();
+  if (!secondary) (void)c.secondarySmDel();
+  if (primary) {
+    c.primarySmIs(s.sentVxStatus, s.recvVxStatus, s.localVxStatus, s.vtiStatusDir, s.vtepStatusDir, s.arpInputConfig,
+                  s.bfdStatusPeer, s.mlagStatus);
+  }
+  if (secondary) {
+    c.secondarySmIs(s.sentVxStatus, s.recvVxStatus, s.localVxStatus, s.bridgingConfig, s.vlanConfigFlatDir,
+                    s.vtiStatusDir, s.vtepStatusDir, s.mlagStatus);
+  }
+
+  if (primary || secondary) {
+    c.scheduledMlagPeerArpSyncSmIs(s.sentVxStatus, s.recvVxStatus, s.localVxStatus);
+  } else {
+    (void)c.scheduledMlagPeerArpSyncSmDel();
+  }
+}
+
+std::vector<std::string_view> const& containerChildNames() {
+  static std::vector<std::string_view> const names = {
+      "remoteHostTableSm",
+      "primarySm",
+      "secondarySm",
+      "activeArpP2pToCorestateSm",
+      "activeArpCorestateToP2pSm",
+      "vcsSdeCorestateToP2pSm",
+      "vcsSdeCorestateToBumStatusP2pSm",
+      "floodListInputSelectorSm",
+      "scheduledMlagPeerArpSyncSm",
+  };
+  return names;
+}
+
+std::vector<std::pair<std::string_view, std::string_view>> containerChildren(MlagVxlan::SmContainer const& c) {
+  std::vector<std::pair<std::string_view, std::string_view>> out;
+  auto add = [&](std::string_view name, auto const& child) {
+    if (child) out.emplace_back(name, child->typeData());
+  };
+  add("primarySm", c.primarySm());
+  add("secondarySm", c.secondarySm());
+  add("scheduledMlagPeerArpSyncSm", c.scheduledMlagPeerArpSyncSm());
+  return out;
+}
+
+}  // namespace Sim

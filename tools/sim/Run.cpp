@@ -1,0 +1,303 @@
+#include "Run.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <map>
+#include <set>
+
+#include "TraceSink.h"
+#include "entities/EntityJson.h"
+
+namespace Sim {
+
+Flat flattenSwitch(Switch const& s) {
+  Flat out;
+  s.forEachEntity([&](std::string_view name, auto const& ptr, bool) { flatten(*ptr, std::string(name) + ".", out); });
+  for (auto const& [child, cls] : containerChildren(*s.container())) out["container." + std::string(child)] = cls;
+  return out;
+}
+
+namespace {
+
+bool startsWith(std::string_view s, std::string_view p) { return s.substr(0, p.size()) == p; }
+
+struct Found {
+  bool present = false;
+  std::string value;
+  std::size_t count = 0;
+};
+
+Found look(Flat const& flat, Probe const& p) {
+  Found f;
+  switch (p.kind) {
+    case Probe::Kind::value: {
+      auto it = flat.find(p.line);
+      if (it != flat.end()) f = Found{true, it->second, 0};
+      break;
+    }
+    case Probe::Kind::entity: {
+      std::string const dot = p.line + ".";
+      std::string const bracket = p.line + "[";
+      for (auto const& [k, v] : flat) {
+        if (k == p.line || startsWith(k, dot) || startsWith(k, bracket)) {
+          f.present = true;
+          break;
+        }
+      }
+      break;
+    }
+    case Probe::Kind::collection: {
+      std::string const bracket = p.line + "[";
+      std::set<std::string_view> keys;
+      for (auto const& [k, v] : flat) {
+        if (!startsWith(k, bracket)) continue;
+        std::size_t close = k.find(']', bracket.size());
+        if (close != std::string::npos) keys.insert(std::string_view(k).substr(bracket.size(), close - bracket.size()));
+      }
+      f.count = keys.size();
+      f.present = f.count > 0;
+      break;
+    }
+  }
+  return f;
+}
+
+// "name[123]" as ("name[", 123); false for any other form.
+bool numericKey(std::string const& name, std::string& head, unsigned long& n) {
+  if (name.empty() || name.back() != ']') return false;
+  std::size_t open = name.rfind('[');
+  if (open == std::string::npos || open + 2 > name.size() - 1) return false;
+  std::string_view digits = std::string_view(name).substr(open + 1, name.size() - open - 2);
+  if (digits.size() > 9 || !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+    return false;
+  }
+  head = name.substr(0, open + 1);
+  n = std::stoul(std::string(digits));
+  return true;
+}
+
+std::vector<Change> fold(std::vector<Change> const& in) {
+  std::vector<Change> out;
+  std::string lastHead;
+  unsigned long first = 0;
+  unsigned long last = 0;
+  bool open = false;
+  for (auto const& c : in) {
+    std::string head;
+    unsigned long n = 0;
+    bool numeric = numericKey(c.name, head, n);
+    if (open && numeric && head == lastHead && n == last + 1 && out.back().kind == c.kind &&
+        out.back().before == c.before && out.back().after == c.after) {
+      last = n;
+      ++out.back().count;
+      out.back().name = head + std::to_string(first) + ".." + std::to_string(last) + "]";
+      continue;
+    }
+    out.push_back(c);
+    open = numeric;
+    lastHead = head;
+    first = last = n;
+  }
+  return out;
+}
+
+// One pass over both dumps: the changes of every entity, by entity name.
+std::map<std::string, std::vector<Change>> diffAll(Flat const& before, Flat const& after) {
+  std::map<std::string, std::vector<Change>> raw;
+  auto entityOf = [](std::string const& line) { return line.substr(0, line.find('.')); };
+  auto rest = [](std::string const& line) {
+    std::size_t dot = line.find('.');
+    return dot == std::string::npos ? line : line.substr(dot + 1);
+  };
+  NaturalLess less;
+  auto b = before.begin();
+  auto a = after.begin();
+  while (b != before.end() || a != after.end()) {
+    if (a == after.end() || (b != before.end() && less(b->first, a->first))) {
+      raw[entityOf(b->first)].push_back(Change{'-', rest(b->first), b->second, {}, 1});
+      ++b;
+    } else if (b == before.end() || less(a->first, b->first)) {
+      raw[entityOf(a->first)].push_back(Change{'+', rest(a->first), {}, a->second, 1});
+      ++a;
+    } else {
+      if (a->second != b->second) {
+        raw[entityOf(a->first)].push_back(Change{'~', rest(a->first), b->second, a->second, 1});
+      }
+      ++a;
+      ++b;
+    }
+  }
+  for (auto& [entity, changes] : raw) changes = fold(changes);
+  return raw;
+}
+
+constexpr std::size_t rowLimit = 40;
+
+void printChanges(std::ostream& out, std::string const& title, std::vector<Change> const& changes) {
+  out << "  " << title << '\n';
+  std::size_t width = 0;
+  for (std::size_t i = 0; i < changes.size() && i < rowLimit; ++i) width = std::max(width, changes[i].name.size());
+  width = std::min<std::size_t>(width, 56);
+  for (std::size_t i = 0; i < changes.size() && i < rowLimit; ++i) {
+    Change const& c = changes[i];
+    std::string value = c.kind == '+' ? c.after : c.kind == '-' ? c.before : c.before + " -> " + c.after;
+    out << fmt::format("    {} {:<{}}  {}", c.kind, c.name, width, value);
+    if (c.count > 1) out << fmt::format("  ({} keys)", c.count);
+    out << '\n';
+  }
+  if (changes.size() > rowLimit) out << "    ... and " << changes.size() - rowLimit << " more\n";
+}
+
+std::string expected(Expectation const& e) {
+  switch (e.mode) {
+    case Expectation::Mode::equals:
+      return e.value;
+    case Expectation::Mode::absent:
+      return "absent";
+    case Expectation::Mode::present:
+      return "present";
+    case Expectation::Mode::count:
+      return std::to_string(e.count) + (e.count == 1 ? " key" : " keys");
+  }
+  return {};
+}
+
+// The step's time: where it starts, once its `at` is reached, and where it ends if it advances.
+std::string stepTitle(Scenario const& sc, std::size_t i, Brix::Duration now) {
+  Step const& s = sc.steps[i];
+  std::string what = s.note.empty() ? s.summary : s.summary.empty() ? s.note : s.note + "  (" + s.summary + ")";
+  if (what.empty()) what = "check";
+  Brix::Duration const start = s.at ? *s.at : now;
+  std::string const time =
+      s.advance ? fmt::format("{:.3f}-{:.3f}", start, start + *s.advance) : fmt::format("{:.3f}", start);
+  return fmt::format("[{}/{}] t={}  {}", i + 1, sc.steps.size(), time, what);
+}
+
+}  // namespace
+
+bool expectationMet(Flat const& flat, Expectation const& e, std::string& found) {
+  Found f = look(flat, e.probe);
+  switch (e.mode) {
+    case Expectation::Mode::equals:
+      found = f.present ? f.value : "absent";
+      return f.present && f.value == e.value;
+    case Expectation::Mode::absent:
+      found = f.present ? (e.probe.kind == Probe::Kind::value ? f.value : "present") : "absent";
+      return !f.present;
+    case Expectation::Mode::present:
+      found = f.present ? "present" : "absent";
+      return f.present;
+    case Expectation::Mode::count:
+      found = std::to_string(f.count) + (f.count == 1 ? " key" : " keys");
+      return f.count == e.count;
+  }
+  return false;
+}
+
+std::vector<Change> diffEntity(Flat const& before, Flat const& after, std::string const& entity) {
+  auto all = diffAll(before, after);
+  auto it = all.find(entity);
+  return it == all.end() ? std::vector<Change>{} : it->second;
+}
+
+RunResult runScenario(Pair& pair, Scenario const& sc, std::ostream& out, RunOptions const& options) {
+  Switch* switches[2] = {&pair.a, &pair.b};
+  pair.delayIs(sc.delay);
+  pair.settle();
+  Flat flats[2] = {flattenSwitch(pair.a), flattenSwitch(pair.b)};
+  RunResult result;
+
+  if (!options.quiet) {
+    if (!sc.name.empty()) out << sc.name << '\n';
+    if (!sc.description.empty()) out << sc.description << '\n';
+    out << fmt::format("{} steps, peer link delay {} s\n", sc.steps.size(), sc.delay);
+  }
+  bool const showProgress = options.progress && sc.steps.size() >= options.progressFrom;
+
+  for (std::size_t i = 0; i < sc.steps.size(); ++i) {
+    Step const& step = sc.steps[i];
+    std::string const title = stepTitle(sc, i, pair.now());
+    if (showProgress) *options.progress << '\r' << title.substr(0, 100) << std::flush;
+    if (!options.quiet) out << '\n' << title << '\n';
+    try {
+      if (step.at) pair.advanceTo(*step.at);
+      if (step.linkUp) pair.linkUpIs(*step.linkUp);
+      if (step.delay) pair.delayIs(*step.delay);
+      for (std::size_t s = 0; s < 2; ++s) {
+        Acting acting(switches[s]->name());
+        for (auto const& op : step.inputs[s]) op(*switches[s]);
+      }
+      pair.settle();
+      if (step.advance) pair.advanceBy(*step.advance);
+    } catch (std::exception const& e) {
+      throw ScenarioError(step.line, std::string("the library refused this step: ") + e.what(), sc.file);
+    }
+
+    Flat now[2] = {flattenSwitch(pair.a), flattenSwitch(pair.b)};
+    if (!options.quiet) {
+      bool any = false;
+      for (std::size_t s = 0; s < 2; ++s) {
+        auto changes = diffAll(flats[s], now[s]);
+        auto show = [&](std::string const& entity) {
+          auto it = changes.find(entity);
+          if (it == changes.end() || it->second.empty()) return;
+          printChanges(out, switches[s]->name() + " " + entity, it->second);
+          any = true;
+        };
+        show("container");
+        switches[s]->forEachEntity([&](std::string_view name, auto const&, bool reported) {
+          if (reported) show(std::string(name));
+        });
+      }
+      if (!any) out << "  (no change)\n";
+    }
+
+    bool headerShown = !options.quiet;
+    for (Expectation const& e : step.expect) {
+      std::string found;
+      bool ok = expectationMet(now[e.switchIndex], e, found);
+      std::string const who = switches[e.switchIndex]->name();
+      if (ok) {
+        ++result.met;
+        if (!options.quiet) out << fmt::format("  ok    {} {}: {}\n", who, e.probe.line, expected(e));
+        continue;
+      }
+      ++result.failed;
+      if (!headerShown) {
+        out << title << '\n';
+        headerShown = true;
+      }
+      out << fmt::format("  FAIL  {} {}: expected {}, found {}  ({}:{})\n", who, e.probe.line, expected(e), found,
+                         sc.file, e.line);
+    }
+    flats[0] = std::move(now[0]);
+    flats[1] = std::move(now[1]);
+    ++result.steps;
+  }
+  if (showProgress) *options.progress << '\n';
+  out << fmt::format("\n{} steps run, {} expectations met, {} not met\n", result.steps, result.met, result.failed);
+  return result;
+}
+
+std::string stateJson(Pair const& pair) {
+  Vok::EntityJson root = Vok::EntityJson::object();
+  root["time"] = pair.now();
+  for (Switch const* s : {&pair.a, &pair.b}) {
+    Vok::EntityJson sw = Vok::EntityJson::object();
+    Vok::EntityJson children = Vok::EntityJson::array();
+    for (auto const& [child, cls] : containerChildren(*s->container())) children.push_back(std::string(child));
+    sw["container"] = children;
+    s->forEachEntity([&](std::string_view name, auto const& ptr, bool) { sw[std::string(name)] = Vok::toJson(*ptr); });
+    Vok::EntityJson dir = Vok::EntityJson::array();
+    for (auto it = s->controllerStatusBaseDir->entities().begin(); !it.done(); it.advance()) {
+      dir.push_back(std::string(it->key.view()));
+    }
+    sw["controllerStatusBaseDir"] = dir;
+    root[s->name()] = sw;
+  }
+  return root.dump(2) + "\n";
+}
+
+}  // namespace Sim

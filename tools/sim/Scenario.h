@@ -1,0 +1,98 @@
+// A scenario for the simulated pair, read from YAML.
+//
+//   name: Two peers agree on VTEP addresses      # optional
+//   description: ...                              # optional
+//   delay: 0.0                                    # one-way peer-link delay, seconds (default 0)
+//   steps:                                        # run in order
+//     - note: A comes up as primary               # optional, shown in the report
+//       at: 1.5                                   # optional: first let virtual time reach 1.5 s
+//       link: cut | restore                       # optional
+//       delay: 0.2                                # optional: a new one-way delay from now on
+//       A:                                        # inputs of switch A (B likewise)
+//         role: primary                           # primary, secondary, none (or any MLAG state)
+//         vti:
+//           Vxlan1:
+//             localVtepAddr: 10.0.0.1             # any attribute of the VTI's status
+//             mlagVtepAddr: 10.0.0.11
+//             vlanToVni:                          # VLAN: VNI, or VLAN: {vni: .., source: ..}
+//               10: 10010                         #   source "static" unless given
+//               20: {vni: 10020, source: mlag}
+//               30: ~                             #   ~ removes the mapping
+//           Vxlan2: ~                             # ~ removes the VTI
+//         set:                                    # any entity of the switch, by path
+//           sentVxStatus.scheduledMlagPeerArpSync: true
+//           mlagStatus: {peerLinkDownFlag: 1}
+//         delete:
+//           - localVxStatus.vtepTypeAddr[localVtep]
+//       advance: 1.0                              # optional: then let 1 s of virtual time pass
+//       expect:                                   # checked once the step has settled
+//         B:
+//           localVxStatus.vniVtiToDynVlanMap[10010/Vxlan1]: 10
+//           localVxStatus.vtepTypeAddr[localVtep]: absent     # or present
+//           localVxStatus.vniVtiToDynVlanMap: {count: 2}
+//           container.secondarySm: present
+//
+// A step does, in this order: at, link, delay, A's inputs, B's inputs, then lets everything due
+// now happen, then advance, then the report and the expectations. Within a switch's inputs the
+// role comes first, so that the plug-in has replaced the role state machine before any other
+// input of the step arrives; then vti, set and delete, each in the order written.
+//
+// Paths name an entity of the switch, then attributes, with a collection's key in brackets, as
+// the report prints them; keys and values are written as the report prints them too. `vlanToVni`
+// writes a VTI's extendedVlanToVniMap, and its vlanToVniMap for VLANs 1 to 4094.
+//
+// Whatever the library would take as a programmer's error is refused here, before it runs: a
+// mapping without a VNI (VNI none stands for no mapping), a VLAN 0. A VTI keeps one status
+// object for as long as it is in the directory: writing to it never replaces it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Paths.h"
+
+namespace Sim {
+
+struct Expectation {
+  enum class Mode { equals, absent, present, count };
+  int line = 0;
+  std::size_t switchIndex = 0;  // 0 for A, 1 for B
+  Probe probe;
+  Mode mode = Mode::equals;
+  std::string value;  // in the dump's text form
+  std::size_t count = 0;
+};
+
+struct Step {
+  int line = 0;
+  std::string note;
+  std::string summary;  // what the step does, in a few words
+  std::optional<double> at;
+  std::optional<bool> linkUp;
+  std::optional<double> delay;
+  std::array<std::vector<SwitchOp>, 2> inputs;  // A's, B's
+  std::optional<double> advance;
+  std::vector<Expectation> expect;
+};
+
+struct Scenario {
+  std::string file;
+  std::string name;
+  std::string description;
+  double delay = 0.0;
+  std::vector<Step> steps;
+};
+
+// Raises ScenarioError, naming `file`, for anything malformed.
+Scenario parseScenario(std::string_view text, std::string const& file);
+Scenario loadScenario(std::string const& path);
+
+// The scenario run when none is given (examples/pair.yaml, built in).
+std::string_view builtinScenarioText();
+inline constexpr char const* builtinScenarioName = "built-in scenario (examples/pair.yaml)";
+
+}  // namespace Sim

@@ -1,0 +1,297 @@
+// Values read from a scenario's YAML: one readValue overload per value type that a scenario
+// can write, each with a message that says what was expected. A type without an overload
+// cannot be written yet; expectations on it compare its text form as written.
+#pragma once
+
+#include <yaml-cpp/yaml.h>
+
+#include <charconv>
+#include <cstdint>
+#include <limits>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "Dump.h"
+#include "runtime/String.h"
+#include "runtime/Time.h"
+#include "types/Bridging.h"
+#include "types/L3.h"
+#include "types/Lanx.h"
+#include "types/Vxlan.h"
+
+namespace Sim {
+
+namespace ValuesImpl {
+
+inline bool scalar(YAML::Node const& n, std::string& s, std::string& error) {
+  if (!n.IsScalar()) {
+    error = "expected a single value here";
+    return false;
+  }
+  s = n.Scalar();
+  return true;
+}
+
+// A decimal number within [lo, hi].
+inline bool number(std::string_view s, std::uint64_t lo, std::uint64_t hi, std::uint64_t& out) {
+  if (s.empty()) return false;
+  auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), out);
+  return ec == std::errc() && end == s.data() + s.size() && out >= lo && out <= hi;
+}
+
+template <class T, class Parse>
+bool address(YAML::Node const& n, T& out, std::string& error, char const* what, Parse parse) {
+  std::string s;
+  if (!scalar(n, s, error)) return false;
+  try {
+    out = parse(s);
+    return true;
+  } catch (Lanx::AddressParseException const&) {
+    error = "'" + s + "' is not " + what;
+    return false;
+  }
+}
+
+}  // namespace ValuesImpl
+
+inline bool readValue(YAML::Node const& n, bool& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (s == "true" || s == "yes" || s == "on") {
+    out = true;
+  } else if (s == "false" || s == "no" || s == "off") {
+    out = false;
+  } else {
+    error = "'" + s + "' is not true or false";
+    return false;
+  }
+  return true;
+}
+
+template <class T>
+requires(std::is_integral_v<T> && !std::is_same_v<T, bool> &&
+         std::is_unsigned_v<T>) bool readValue(YAML::Node const& n, T& out, std::string& error) {
+  std::string s;
+  std::uint64_t v = 0;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (!ValuesImpl::number(s, 0, std::numeric_limits<T>::max(), v)) {
+    error = "'" + s + "' is not a number from 0 to " + std::to_string(std::numeric_limits<T>::max());
+    return false;
+  }
+  out = static_cast<T>(v);
+  return true;
+}
+
+// Seconds.
+inline bool readValue(YAML::Node const& n, double& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (s == "never") {
+    out = Brix::never;
+    return true;
+  }
+  auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), out);
+  if (ec != std::errc() || end != s.data() + s.size()) {
+    error = "'" + s + "' is not a number";
+    return false;
+  }
+  return true;
+}
+
+// An enumeration by its member's name or by number.
+template <class E>
+requires(std::is_enum_v<E>&& requires(std::ostream& os, E e) { os << e; }) bool readValue(YAML::Node const& n, E& out,
+                                                                                          std::string& error) {
+  using U = std::underlying_type_t<E>;
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  std::string names;
+  for (unsigned i = 0; i <= 255 && i <= std::numeric_limits<U>::max(); ++i) {
+    std::string name = text(static_cast<E>(i));
+    if (name.empty() || (name[0] >= '0' && name[0] <= '9')) continue;  // no member of this value
+    if (name == s) {
+      out = static_cast<E>(i);
+      return true;
+    }
+    names += (names.empty() ? "" : ", ") + name;
+  }
+  std::uint64_t v = 0;
+  if (ValuesImpl::number(s, 0, std::numeric_limits<U>::max(), v)) {
+    out = static_cast<E>(v);
+    return true;
+  }
+  error = "'" + s + "' is not one of " + names + ", nor a number";
+  return false;
+}
+
+inline bool readValue(YAML::Node const& n, Brix::String& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  out = Brix::String(s);
+  return true;
+}
+
+inline bool readValue(YAML::Node const& n, L3::VrfName& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (s.empty() || s.size() > L3::VrfName::maxLength()) {
+    error = "a VRF name has 1 to " + std::to_string(L3::VrfName::maxLength()) + " characters";
+    return false;
+  }
+  out = L3::VrfName(s);
+  return true;
+}
+
+inline bool readValue(YAML::Node const& n, Lanx::IntfId& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (s.empty()) {
+    error = "an interface needs a name, such as Vxlan1";
+    return false;
+  }
+  out = Lanx::IntfId(s);
+  return true;
+}
+
+inline bool readValue(YAML::Node const& n, Lanx::IpAddr& out, std::string& error) {
+  return ValuesImpl::address(n, out, error, "an IPv4 address",
+                             [](std::string_view s) { return Lanx::IpAddr::parse(s); });
+}
+inline bool readValue(YAML::Node const& n, Lanx::Ip6Addr& out, std::string& error) {
+  return ValuesImpl::address(n, out, error, "an IPv6 address",
+                             [](std::string_view s) { return Lanx::Ip6Addr::parse(s); });
+}
+inline bool readValue(YAML::Node const& n, Lanx::IpGenAddr& out, std::string& error) {
+  return ValuesImpl::address(n, out, error, "an IP address",
+                             [](std::string_view s) { return Lanx::IpGenAddr::parse(s); });
+}
+inline bool readValue(YAML::Node const& n, Lanx::EthAddr& out, std::string& error) {
+  return ValuesImpl::address(n, out, error, "a MAC address",
+                             [](std::string_view s) { return Lanx::EthAddr::parse(s); });
+}
+
+inline bool readValue(YAML::Node const& n, Bridging::VlanId& out, std::string& error) {
+  std::string s;
+  std::uint64_t v = 0;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (!ValuesImpl::number(s, Bridging::VlanId::min, Bridging::VlanId::max, v)) {
+    error = "'" + s + "' is not a VLAN from 1 to 4094";
+    return false;
+  }
+  out = Bridging::VlanId(v);
+  return true;
+}
+
+inline bool readValue(YAML::Node const& n, Bridging::VlanIdOrNone& out, std::string& error) {
+  std::string s;
+  std::uint64_t v = 0;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (s == "none") {
+    out = Bridging::VlanIdOrNone();
+    return true;
+  }
+  if (!ValuesImpl::number(s, 0, Bridging::VlanIdOrNone::max, v)) {
+    error = "'" + s + "' is not a VLAN from 1 to 4094, nor none";
+    return false;
+  }
+  out = Bridging::VlanIdOrNone(v);
+  return true;
+}
+
+// VLAN 0 means no VLAN, which a scenario says by deleting.
+inline bool readValue(YAML::Node const& n, Bridging::ExtendedVlanId& out, std::string& error) {
+  std::string s;
+  std::uint64_t v = 0;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (!ValuesImpl::number(s, 1, 0xffff, v)) {
+    error = "'" + s + "' is not a VLAN from 1 to 65535 (extended VLANs lie above 4094)";
+    return false;
+  }
+  out = Bridging::ExtendedVlanId(static_cast<std::uint16_t>(v));
+  return true;
+}
+
+inline bool readValue(YAML::Node const& n, Vxlan::VniExt& out, std::string& error) {
+  std::string s;
+  std::uint64_t v = 0;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (!ValuesImpl::number(s, Vxlan::VniExt::min, Vxlan::VniExt::max, v)) {
+    error = "'" + s + "' is not a VNI from 0 to 4294967294";
+    return false;
+  }
+  out = Vxlan::VniExt(v);
+  return true;
+}
+
+inline bool readValue(YAML::Node const& n, Vxlan::VniExtOrNone& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (s == "none") {
+    out = Vxlan::VniExtOrNone();
+    return true;
+  }
+  Vxlan::VniExt v;
+  if (!readValue(n, v, error)) {
+    error += ", nor none";
+    return false;
+  }
+  out = v;
+  return true;
+}
+
+// "10010/Vxlan1": the VNI, then the VTI.
+inline bool readValue(YAML::Node const& n, Vxlan::VniVtiPair& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  auto slash = s.find('/');
+  std::uint64_t vni = 0;
+  if (slash == std::string::npos || slash + 1 == s.size() ||
+      !ValuesImpl::number(std::string_view(s).substr(0, slash), Vxlan::VniExt::min, Vxlan::VniExt::max, vni)) {
+    error = "'" + s + "' is not a VNI and a VTI, such as 10010/Vxlan1";
+    return false;
+  }
+  out = Vxlan::VniVtiPair(Vxlan::VniExt(vni), Lanx::IntfId(s.substr(slash + 1)));
+  return true;
+}
+
+// A VLAN's mapping: a VNI alone (source "static"), or {vni: 10010, source: static, intf: Vxlan1,
+// flags: 0}. A mapping always has a VNI: VNI none stands only for no mapping, which the
+// library cannot take as a mapping.
+inline bool readValue(YAML::Node const& n, Vxlan::VniSourcePair& out, std::string& error) {
+  Vxlan::VniExt vni;
+  Brix::String source = "static";
+  Lanx::IntfId intf;
+  std::uint8_t flags = 0;
+  if (n.IsScalar()) {
+    if (!readValue(n, vni, error)) return false;
+  } else if (n.IsMap()) {
+    if (!n["vni"]) {
+      error = "a mapping needs a vni (VNI none is no mapping: delete the VLAN with ~ instead)";
+      return false;
+    }
+    for (auto const& kv : n) {
+      std::string key = kv.first.Scalar();
+      bool ok = key == "vni"      ? readValue(kv.second, vni, error)
+                : key == "source" ? readValue(kv.second, source, error)
+                : key == "intf"   ? readValue(kv.second, intf, error)
+                : key == "flags"
+                    ? readValue(kv.second, flags, error)
+                    : (error = "unknown field '" + key + "' of a mapping (vni, source, intf, flags)", false);
+      if (!ok) return false;
+    }
+  } else {
+    error = "expected a VNI or a mapping such as {vni: 10010, source: static}";
+    return false;
+  }
+  out = Vxlan::VniSourcePair(intf, source, vni, flags);
+  return true;
+}
+
+template <class T>
+concept Readable = requires(YAML::Node const& n, T& v, std::string& e) {
+  { readValue(n, v, e) } -> std::same_as<bool>;
+};
+
+}  // namespace Sim
