@@ -67,11 +67,11 @@ class ShoalMap : public ShoalMapBase {
   // The record of `key`, or the default record; `found` tells which. May raise.
   R get(K const& key, bool* found = nullptr) const {
     readCheck();
-    auto const* n = map_.lookupNodeG(key);
+    auto const* n = map().lookupNodeG(key);
     if (found) *found = n != nullptr;
     return n ? n->value : R{};
   }
-  bool has(K const& key) const noexcept { return map_.contains(key); }
+  bool has(K const& key) const noexcept { return values_.has(key); }
 
   // The walk: the first entry, then the one after the last returned. False at the end. May raise.
   bool first(IterHint& hint, K* key, R* record = nullptr) const {
@@ -80,7 +80,7 @@ class ShoalMap : public ShoalMapBase {
   }
   bool next(IterHint& hint, K* key, R* record = nullptr) const {
     stepCheck();
-    auto const* n = map_.liveNodeFrom(hint.next);
+    auto const* n = map().liveNodeFrom(hint.next);
     if (!n) return false;
     ++hint.next;
     *key = n->key;
@@ -88,38 +88,16 @@ class ShoalMap : public ShoalMapBase {
     return true;
   }
 
-  // The writer's side: the process that owns the table, or a test.
-  void set(Vok::Entity const& e, Brix::FieldId f, K const& key, R const& record) {
-    auto [n, fresh] = map_.findOrInsert(key, record);
-    if (!fresh) {
-      if (n->value == record) return;
-      n->value = record;
-    }
-    e.publish(f, &key);
-  }
-  R del(Vok::Entity const& e, Brix::FieldId f, K const& key) {
-    R old{};
-    if (map_.deleteMemberG(key, &old)) e.publish(f, &key);
-    return old;
-  }
-  void delAll(Vok::Entity const& e, Brix::FieldId f) {
-    for (auto it = map_.begin(); !it.done(); it.advance()) {
-      K k = it.currNodeMaybeStale().key;
-      del(e, f, k);
-    }
-  }
-  Map const& map() const noexcept { return map_; }
-  friend bool operator==(ShoalMap const& a, ShoalMap const& b) {
-    if (a.map_.size() != b.map_.size()) return false;
-    for (auto& n : a.map_) {
-      auto const* m = b.map_.lookupNodeG(n.key);
-      if (!m || !(m->value == n.value)) return false;
-    }
-    return true;
-  }
+  // The writer's side, the process that owns the table or a test: the mutators of a values
+  // collection, which publish by key.
+  void set(Vok::Entity const& e, Brix::FieldId f, K const& key, R const& record) { values_.set(e, f, key, record); }
+  R del(Vok::Entity const& e, Brix::FieldId f, K const& key) { return values_.del(e, f, key); }
+  void delAll(Vok::Entity const& e, Brix::FieldId f) { values_.delAll(e, f); }
+  Map const& map() const noexcept { return values_.map(); }
+  friend bool operator==(ShoalMap const& a, ShoalMap const& b) { return a.values_ == b.values_; }
 
  private:
-  Map map_;
+  Vok::Attr::Values<K, R> values_;
 };
 
 }  // namespace Shoal
