@@ -24,6 +24,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "entities/Mlag/VxlanStatus.h"
 #include "entities/MlagP2p/HostTable.h"
 #include "runtime/HashMap2018.h"
@@ -36,28 +37,7 @@ using MlagP2p::HostEntryKey;
 
 constexpr std::size_t hostCount = 256 * 1024;
 
-// Counts what the baseline maps allocate.
-inline std::size_t baselineBytes = 0;
-
-template <class T>
-struct CountingAllocator {
-  using value_type = T;
-  CountingAllocator() = default;
-  template <class U>
-  CountingAllocator(CountingAllocator<U> const&) noexcept {}  // NOLINT(google-explicit-constructor)
-  T* allocate(std::size_t n) {
-    baselineBytes += n * sizeof(T);
-    return std::allocator<T>{}.allocate(n);
-  }
-  void deallocate(T* p, std::size_t n) noexcept {
-    baselineBytes -= n * sizeof(T);
-    std::allocator<T>{}.deallocate(p, n);
-  }
-  template <class U>
-  bool operator==(CountingAllocator<U> const&) const noexcept {
-    return true;
-  }
-};
+using BenchSupport::CountingAllocator;
 
 template <class K, class V>
 using Baseline = std::unordered_map<K, V, std::hash<K>, std::equal_to<K>, CountingAllocator<std::pair<K const, V>>>;
@@ -119,10 +99,10 @@ void BM_SharedDynVlanSet_UnorderedMap(benchmark::State& state) {
   auto const& vlans = allVlans();
   std::size_t bytes = 0;
   for (auto _ : state) {
-    std::size_t before = baselineBytes;
+    std::size_t before = BenchSupport::countedBytes;
     Baseline<VlanId, bool> m;
     for (VlanId v : vlans) m.insert_or_assign(v, true);
-    bytes = baselineBytes - before;
+    bytes = BenchSupport::countedBytes - before;
     benchmark::DoNotOptimize(&m);
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * vlans.size()));
@@ -227,10 +207,10 @@ void BM_HostTableInsert_UnorderedMap(benchmark::State& state) {
   auto const& records = hostRecords();
   std::size_t bytes = 0;
   for (auto _ : state) {
-    std::size_t before = baselineBytes;
+    std::size_t before = BenchSupport::countedBytes;
     Baseline<HostEntryKey, HostEntry> m;
     for (auto const& r : records) m.insert_or_assign(r.key(), r);
-    bytes = baselineBytes - before;
+    bytes = BenchSupport::countedBytes - before;
     benchmark::DoNotOptimize(&m);
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * records.size()));

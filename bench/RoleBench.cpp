@@ -25,6 +25,7 @@
 #include <type_traits>
 #include <unordered_map>
 
+#include "BenchSupport.h"
 #include "Vxlan/SmContainer.h"
 #include "entities/Arp/InputConfig.h"
 #include "entities/Bfd/StatusPeer.h"
@@ -42,22 +43,8 @@ using Status = Mlag::VxlanStatus;
 constexpr std::uint16_t vlanCount = 4094;
 constexpr std::uint32_t vniBase = 10000;
 
-// The ring file of the library goes to a private directory, removed at exit.
-struct BenchDir {
-  BenchDir() {
-    std::string tmpl = (std::filesystem::temp_directory_path() / "mlagvxlan-rolebench-XXXXXX").string();
-    if (::mkdtemp(tmpl.data())) {
-      path = tmpl;
-      ::setenv("RINGLOGDIR", path.c_str(), 1);
-    }
-  }
-  ~BenchDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path, ec);
-  }
-  std::string path;
-};
-BenchDir benchDir;
+// The library's ring file goes to a private directory, removed at exit.
+BenchSupport::TempDir benchDir(true);
 
 // Makes `dst` equal to `src` in every scalar and keyed value collection, by difference and
 // through the attributes' own mutators, so that `dst` publishes what a transport's writes would.

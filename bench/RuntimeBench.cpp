@@ -29,6 +29,7 @@
 #include <utility>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "runtime/Attributes.h"
 #include "runtime/Entity.h"
 #include "runtime/HashMap2018.h"
@@ -190,25 +191,8 @@ KeySet const& keySet(std::size_t n) {
   return ks;
 }
 
-// Counts what a std::unordered_map asks of its allocator (malloc's own headers are not seen).
-inline std::size_t countedBytes = 0;
-
-template <class T>
-struct CountingAllocator {
-  using value_type = T;
-  CountingAllocator() = default;
-  template <class U>
-  CountingAllocator(CountingAllocator<U> const&) noexcept {}  // NOLINT(google-explicit-constructor)
-  T* allocate(std::size_t n) {
-    countedBytes += n * sizeof(T);
-    return std::allocator<T>{}.allocate(n);
-  }
-  void deallocate(T* p, std::size_t n) noexcept {
-    countedBytes -= n * sizeof(T);
-    std::allocator<T>{}.deallocate(p, n);
-  }
-  friend bool operator==(CountingAllocator const&, CountingAllocator const&) noexcept { return true; }
-};
+using BenchSupport::countedBytes;
+using BenchSupport::CountingAllocator;
 
 // One adapter per map: the same operations, each map's own idiom.
 struct VokHashMap {

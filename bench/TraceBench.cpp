@@ -21,6 +21,7 @@
 #include <memory>
 #include <string>
 
+#include "BenchSupport.h"
 #include "Vxlan/Trace.h"
 #include "trace/DualLog.h"
 #include "trace/RingLogReader.h"
@@ -28,18 +29,7 @@
 namespace TraceBench {
 
 // A private directory for the benchmark's ring files, removed at exit.
-struct BenchDir {
-  BenchDir() {
-    std::string tmpl = (std::filesystem::temp_directory_path() / "mlagvxlan-bench-XXXXXX").string();
-    if (::mkdtemp(tmpl.data())) path = tmpl;
-  }
-  ~BenchDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path, ec);
-  }
-  std::string path;
-};
-BenchDir benchDir;
+BenchSupport::TempDir benchDir;
 
 std::unique_ptr<RingLog::TraceHandle> openRing(char const* name, std::uint32_t kibAt5And6) {
   RingLog::SizeSpec sizes{{32, 8, 8, 8, 8, kibAt5And6, kibAt5And6, 8, 8, 8}};

@@ -23,6 +23,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "Link.h"
 #include "Mirror.h"
 #include "Vxlan/SmContainer.h"
@@ -41,21 +42,7 @@ constexpr std::uint32_t vniBase = 10000;
 constexpr int recordsPerMapping = 10;
 
 // The library's ring file goes to a private directory, removed at exit.
-struct BenchDir {
-  BenchDir() {
-    std::string tmpl = (std::filesystem::temp_directory_path() / "mlagvxlan-vnibench-XXXXXX").string();
-    if (::mkdtemp(tmpl.data())) {
-      path = tmpl;
-      ::setenv("RINGLOGDIR", path.c_str(), 1);
-    }
-  }
-  ~BenchDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path, ec);
-  }
-  std::string path;
-};
-BenchDir benchDir;
+BenchSupport::TempDir benchDir(true);
 
 Vxlan::VniSourcePair mapping(std::uint32_t vni) {
   return Vxlan::VniSourcePair(Vxlan1, Brix::String("static"), Vxlan::VniExtOrNone(vni));

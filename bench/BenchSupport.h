@@ -1,0 +1,56 @@
+// What the benchmark programs share: a private directory for ring files, and an allocator that
+// counts what a standard container asks for, for the memory-per-entry figures of the baselines.
+#pragma once
+
+#include <stdlib.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+
+namespace BenchSupport {
+
+// A temporary directory removed at exit. With `asRingLogDir`, the library's ring file goes there
+// (RINGLOGDIR is set before the first container makes the handle).
+struct TempDir {
+  explicit TempDir(bool asRingLogDir = false) {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "mlagvxlan-bench-XXXXXX").string();
+    if (!::mkdtemp(tmpl.data())) return;
+    path = tmpl;
+    if (asRingLogDir) ::setenv("RINGLOGDIR", path.c_str(), 1);
+  }
+  ~TempDir() {
+    std::error_code ec;
+    if (!path.empty()) std::filesystem::remove_all(path, ec);
+  }
+  TempDir(TempDir const&) = delete;
+  TempDir& operator=(TempDir const&) = delete;
+  std::string path;
+};
+
+// Bytes requested through CountingAllocator and not yet returned (malloc's own headers unseen).
+inline std::size_t countedBytes = 0;
+
+template <class T>
+struct CountingAllocator {
+  using value_type = T;
+  CountingAllocator() = default;
+  template <class U>
+  CountingAllocator(CountingAllocator<U> const&) noexcept {}  // NOLINT(google-explicit-constructor)
+  T* allocate(std::size_t n) {
+    countedBytes += n * sizeof(T);
+    return std::allocator<T>{}.allocate(n);
+  }
+  void deallocate(T* p, std::size_t n) noexcept {
+    countedBytes -= n * sizeof(T);
+    std::allocator<T>{}.deallocate(p, n);
+  }
+  template <class U>
+  bool operator==(CountingAllocator<U> const&) const noexcept {
+    return true;
+  }
+};
+
+}  // namespace BenchSupport
