@@ -21,7 +21,10 @@ struct Sub {
                        void const*) noexcept {
     auto* self = s->ownerAs<Sub>();
     std::string line = self->name + ":" + std::to_string(field);
-    if (key) line += "/" + std::to_string(*static_cast<int const*>(key));
+    if (key) {
+      line += '/';  // appended apart: GCC 12 at -O3 misreads "/" + string as overlapping copies
+      line += std::to_string(*static_cast<int const*>(key));
+    }
     self->log.push_back(line);
     // Copied: the action may destroy this subscriber.
     if (auto action = self->action) action(field);
