@@ -23,9 +23,12 @@ std::ostream& operator<<(std::ostream& os, VniVtiPair const& v) {
   return os << '(' << v.intfId() << ", " << v.vni() << ')';
 }
 
+// As the publication trace tells a mapping: VNI, interface, source. Flags, which no trace
+// names, follow only when set, so that a dump of the entity still shows them.
 std::ostream& operator<<(std::ostream& os, VniSourcePair const& v) {
-  return os << "intfId=" << v.intfId() << ", source=" << v.source() << ", vni=" << v.vni()
-            << ", flags=" << unsigned{v.flags()};
+  os << '(' << v.vni() << ", " << v.intfId() << ", " << v.source();
+  if (v.flags() != 0) os << ", flags=" << unsigned{v.flags()};
+  return os << ')';
 }
 
 namespace {

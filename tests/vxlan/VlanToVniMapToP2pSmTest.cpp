@@ -168,9 +168,9 @@ TEST_F(VlanToVniMapToP2pSmTest, ShareabilityBySourceAndRole) {
     EXPECT_EQ(MlagVxlan::isMlagShareable(pair, c.state), c.shared);
     auto lines = trace.take();
     ASSERT_EQ(lines.size(), 1u);
-    EXPECT_THAT(lines[0], StartsWith(" isMlagShareable("));
-    EXPECT_THAT(lines[0], HasSubstr(std::string(Mlag::stringValue(c.state)) + ") return"));
-    EXPECT_THAT(lines[0], EndsWith(c.shared ? ") return true" : ") return false"));
+    // The pair as VNI, interface and source; the state by its name.
+    EXPECT_EQ(lines[0], " isMlagShareable((10, Vxlan1, " + c.source + ")," + std::string(Mlag::stringValue(c.state)) +
+                            (c.shared ? ") return true" : ") return false"));
     EXPECT_EQ(pair, mapping(10, c.source)) << "the pair is not changed";
   }
 

@@ -119,8 +119,8 @@ TEST(EntityJson, VtiStatusDirWithAVti) {
     "localVtepAddr": "10.0.0.1", "localVtepAddr6": "::",
     "alternateVtepAddr": "0.0.0.0", "alternateVtepAddr6": "::",
     "mlagVtepAddr": "0.0.0.0", "mlagVtepAddr6": "2001:db8::3",
-    "vlanToVniMap": {"10": "intfId=Vxlan1, source=static, vni=10010, flags=0"},
-    "extendedVlanToVniMap": {"4001": "intfId=Vxlan1, source=evpn, vni=10020, flags=1"}}}})j"));
+    "vlanToVniMap": {"10": "(10010, Vxlan1, static)"},
+    "extendedVlanToVniMap": {"4001": "(10020, Vxlan1, evpn, flags=1)"}}}})j"));
 }
 
 TEST(EntityJson, BumStatusWithAVtepList) {

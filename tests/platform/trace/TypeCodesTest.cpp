@@ -55,7 +55,7 @@ TEST_F(TypeCodesTest, ValueTypesDecodeToTheirTextForms) {
       "gen 192.168.1.2 2001:db8::1 unknown then 3735928559",  // the other family: its byte alone
       "vlan 4094 0 4095 vni 0 4294967295 vrf red",
       "(10, 00:11:22:aa:bb:ff) (00:11:22:aa:bb:ff, 20) (30, 2001:db8::1) "
-      "intfId=Vxlan1, source=evpn, vni=5000, flags=2",
+      "(5000, Vxlan1, evpn, flags=2)",
       "bfd up adminDown family ipv4 ipv6 9",
   };
   EXPECT_EQ(decodedTexts(), expected);

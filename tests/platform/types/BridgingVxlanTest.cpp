@@ -174,7 +174,7 @@ TEST(VniSourcePair, DefaultStandsForNoMappingAndEveryFieldCounts) {
                          with(base, [](auto& v) { v.sourceIs("evpn"); }),
                          with(base, [](auto& v) { v.vniIs(Vxlan::VniExtOrNone(10011)); }),
                          with(base, [](auto& v) { v.flagsIs(1); }));
-  EXPECT_EQ(text(base), "intfId=Vxlan1, source=static, vni=10010, flags=0");
+  EXPECT_EQ(text(base), "(10010, Vxlan1, static)");
 }
 
 TEST(VxlanEnumerations, ValuesAndTexts) {
