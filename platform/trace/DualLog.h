@@ -75,8 +75,9 @@ class RingLogConverter {
 };
 
 template <class... A>
-[[gnu::noinline]] bool describe(RingLog::TraceFile* f, int& msgId, char const* unit, int line, char const* message) {
-  RingLog::MsgDesc d(f, &msgId, unit, line);
+[[gnu::noinline]] bool describe(RingLog::TraceFile* f, int& msgId, char const* unit, int line, char const* function,
+                                char const* message) {
+  RingLog::MsgDesc d(f, &msgId, unit, line, function);
   (RingLog::describeValue<A>(d), ...);
   d << descriptionText(message);
   return d.finish();
@@ -93,10 +94,10 @@ template <class... A>
 }
 
 template <int Level, class... A>
-inline void ringPart(RingLog::TraceFile* f, int& msgId, char const* unit, int line, char const* message,
-                     A const&... values) {
+inline void ringPart(RingLog::TraceFile* f, int& msgId, char const* unit, int line, char const* function,
+                     char const* message, A const&... values) {
   if (!f->knows(msgId)) [[unlikely]] {
-    if (!describe<A...>(f, msgId, unit, line, message)) return;
+    if (!describe<A...>(f, msgId, unit, line, function, message)) return;
   }
   RingLog::RingBuf* rb = f->ring(Level);
   if (!rb->startMsg(f, msgId, (0u + ... + RingLog::TypeCodeOf<A>::size(values)))) return;
@@ -112,7 +113,8 @@ inline void statement(RingLog::TraceHandle* rl, Vok::TraceHandle const* text, in
   static_assert(Level >= 0 && Level < Vok::traceLevelCount, "trace levels are 0 to 9");
   if constexpr (Level != 8) {
     if (rl) {
-      if (RingLog::TraceFile* f = rl->mtTraceFile()) ringPart<Level>(f, msgId, unit, line, message.text, values...);
+      if (RingLog::TraceFile* f = rl->mtTraceFile())
+        ringPart<Level>(f, msgId, unit, line, function, message.text, values...);
     }
   }
   if (text && text->enabled(Level)) [[unlikely]]

@@ -147,8 +147,9 @@ bool TraceFile::appendDesc(std::uint32_t kind, int id, std::uint32_t line,
 }
 
 bool TraceFile::describeMessage(int msgId, char const* file, int line, std::string const& text,
-                                std::string const& codes) {
-  if (!appendDesc(Format::descMessage, msgId, static_cast<std::uint32_t>(line), {file, text, codes})) return false;
+                                std::string const& codes, std::string_view function) {
+  if (!appendDesc(Format::descMessage, msgId, static_cast<std::uint32_t>(line), {file, text, codes, function}))
+    return false;
   mark(known_, msgId);
   return true;
 }
@@ -167,7 +168,7 @@ bool MsgDesc::finish() {
     int expected = 0;
     id.compare_exchange_strong(expected, nextMsgId.fetch_add(1));
   }
-  return file_->describeMessage(id.load(), srcFile_, line_, text_, codes_.text());
+  return file_->describeMessage(id.load(), srcFile_, line_, text_, codes_.text(), function_);
 }
 
 int newTypeId() noexcept { return nextTypeId.fetch_add(1); }

@@ -109,7 +109,8 @@ class TraceFile {
     return static_cast<std::size_t>(typeId) < knownTypes_.size() && knownTypes_[static_cast<std::size_t>(typeId)];
   }
   // Appends a description entry; false when the table is full.
-  bool describeMessage(int msgId, char const* file, int line, std::string const& text, std::string const& codes);
+  bool describeMessage(int msgId, char const* file, int line, std::string const& text, std::string const& codes,
+                       std::string_view function = {});
   bool describeType(int typeId, char const* format, std::string const& typeString);
 
   std::uint64_t dropped() const noexcept { return hdr_->dropped; }
@@ -137,8 +138,8 @@ int newTypeId() noexcept;
 // finish(), which gives the statement its process-wide message id on its first description.
 class MsgDesc {
  public:
-  MsgDesc(TraceFile* file, int* msgId, char const* srcFile, int line)
-      : file_(file), msgId_(msgId), srcFile_(srcFile), line_(line) {
+  MsgDesc(TraceFile* file, int* msgId, char const* srcFile, int line, char const* function = "")
+      : file_(file), msgId_(msgId), srcFile_(srcFile), line_(line), function_(function) {
     assert(*msgId >= 0 && "a negative message id is a programming error");
   }
   ~MsgDesc() = default;
@@ -169,6 +170,7 @@ class MsgDesc {
   int* msgId_;
   char const* srcFile_;
   int line_;
+  char const* function_;
   std::string text_;
   MsgFormatString codes_;
 };

@@ -28,7 +28,7 @@
 namespace RingLog::Format {
 
 inline constexpr char magic[8] = {'M', 'L', 'V', 'X', 'R', 'L', 'O', 'G'};
-inline constexpr std::uint32_t version = 1;
+inline constexpr std::uint32_t version = 2;
 inline constexpr std::uint32_t byteOrderMark = 0x01020304;
 inline constexpr int levelCount = 10;
 inline constexpr std::size_t headerBytes = 4096;
@@ -68,8 +68,9 @@ struct RecordHeader {
 inline constexpr std::uint32_t padRecordBytes = 8;
 
 // A description entry is followed by NUL-terminated strings:
-//   message:  source file, text, type codes separated by blanks. In the text each value's
-//             place is "%s" and a literal percent sign is "%%".
+//   message:  source file, text, type codes separated by blanks, the function that holds the
+//             statement. In the text each value's place is "%s" and a literal percent sign is
+//             "%%". Every string is there, empty or not.
 //   type:     format ("{}"), type string ("E%hhu" then "value|name:" per member).
 struct DescHeader {
   std::uint32_t size;  // bytes of the entry with its strings, a multiple of 8

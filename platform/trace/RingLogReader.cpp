@@ -180,15 +180,18 @@ class Decoder {
       std::memcpy(&d, p, sizeof d);
       if (d.size < sizeof d || d.size % 8 || d.size > h_.descUsed - off || !at(pos, d.size))
         return error("description at byte {} has a bad size {}", pos, d.size);
+      // A kind has a fixed number of strings, empty ones included; zero padding follows them.
+      std::size_t const wanted = d.kind == descMessage ? 4 : 2;
       std::vector<std::string_view> strings;
-      for (char const *s = p + sizeof d, *end = p + d.size; s < end && *s;) {
-        auto n = std::strlen(s);  // the entry ends in zero padding, so this stays inside it
+      for (char const *s = p + sizeof d, *end = p + d.size; s < end && strings.size() < wanted;) {
+        auto n = strnlen(s, static_cast<std::size_t>(end - s));
+        if (s + n == end) break;  // not terminated inside the entry
         strings.emplace_back(s, n);
         s += n + 1;
       }
-      if (d.kind == descMessage && strings.size() >= 2) {
-        addMessage(d, strings[1], strings.size() > 2 ? strings[2] : std::string_view());
-      } else if (d.kind == descType && strings.size() == 2) {
+      if (d.kind == descMessage && strings.size() == wanted) {
+        addMessage(d, strings[1], strings[2], strings[3]);
+      } else if (d.kind == descType && strings.size() == wanted) {
         addType(d, strings[1]);
       } else {
         return error("description at byte {} is damaged", pos);
@@ -197,7 +200,8 @@ class Decoder {
     }
   }
 
-  void addMessage(DescHeader const& d, std::string_view text, std::string_view codes) {
+  void addMessage(DescHeader const& d, std::string_view text, std::string_view codes, std::string_view function) {
+    out_.messages.push_back({d.id, d.line, std::string(function), std::string(text)});
     Message m;
     m.pieces.emplace_back();
     for (std::size_t k = 0; k < text.size(); ++k) {

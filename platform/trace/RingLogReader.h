@@ -18,9 +18,18 @@ struct DecodedRecord {
   std::string text;
 };
 
+// A statement as the file describes it: where it stands and its text, "%s" at each value.
+struct DescribedMessage {
+  int msgId;
+  std::uint32_t line;
+  std::string function;
+  std::string text;
+};
+
 struct DecodedFile {
-  std::vector<DecodedRecord> records;  // by sequence number
-  std::vector<std::string> errors;     // what is wrong with the file; empty when it is sound
+  std::vector<DecodedRecord> records;      // by sequence number
+  std::vector<DescribedMessage> messages;  // in the order the file describes them
+  std::vector<std::string> errors;         // what is wrong with the file; empty when it is sound
   std::uint32_t pid = 0;
   std::uint64_t dropped = 0;  // records the writer could not write
   bool ok() const noexcept { return errors.empty(); }

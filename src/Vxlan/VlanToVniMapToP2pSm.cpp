@@ -69,32 +69,31 @@ void VlanToVniMapToP2pSm::handleVlanToVniMap(Bridging::ExtendedVlanId vlan) {
       shadowVlanToVniMapDel(vlan);
       unpublish(Vxlan::VniExt(shadowVni));
     }
-    VXLAN_TRACE(5, "VlanToVniMapToP2pSm::handleVlanToVniMap({vlan}) return", vlan);
-    return;
-  }
-
-  // Retire what stands for this VLAN, even when it is the same VNI: it is written again below.
-  Vxlan::VniExtOrNone oldVni = shadowVlanToVniMap(vlan);
-  if (!oldVni.isNone()) {
-    VXLAN_TRACE(6, " Removing stale VNI {oldVni}", oldVni);
-    unpublish(Vxlan::VniExt(oldVni));
-  }
-  // And what stands for this VNI: another VLAN that held it loses its shadow entry.
-  Vxlan::VniVtiPair key(pair.vni(), intfId_);
-  Bridging::ExtendedVlanId staleVlan = sentVxStatus_->vniVtiToDynVlanMap(key);
-  if (!staleVlan.isNone()) {
-    VXLAN_TRACE(6, " Removing stale VLAN {staleVlan}", staleVlan);
-    shadowVlanToVniMapDel(staleVlan);
-  }
-
-  Vxlan::VniExt vni = key.vni();
-  if (isMlagShareable(pair, mlagState_)) {
-    VXLAN_TRACE(6, " Syncing VLAN ({vlan}) to VNI ({vni}) for VTI ({intfId}) to peer", vlan, vni, intfId_.shortName());
-    shadowVlanToVniMapIs(vlan, vni);
-    sentVxStatus_->vniVtiToDynVlanMapIs(key, vlan);
-    if (intfId_ == ::Vxlan1 && inVlanRange(vlan)) sentVxStatus_->vniToDynVlanMapIs(vni, vlan.vlanIdOrNone());
   } else {
-    VXLAN_TRACE(6, " Not syncing VLAN ({vlan}) to VNI ({vni}) for VTI ({intfId})", vlan, vni, intfId_.shortName());
+    // Retire what stands for this VLAN, even when it is the same VNI: it is written again below.
+    Vxlan::VniExtOrNone oldVni = shadowVlanToVniMap(vlan);
+    if (!oldVni.isNone()) {
+      VXLAN_TRACE(6, " Removing stale VNI {oldVni}", oldVni);
+      unpublish(Vxlan::VniExt(oldVni));
+    }
+    // And what stands for this VNI: another VLAN that held it loses its shadow entry.
+    Vxlan::VniVtiPair key(pair.vni(), intfId_);
+    Bridging::ExtendedVlanId staleVlan = sentVxStatus_->vniVtiToDynVlanMap(key);
+    if (!staleVlan.isNone()) {
+      VXLAN_TRACE(6, " Removing stale VLAN {staleVlan}", staleVlan);
+      shadowVlanToVniMapDel(staleVlan);
+    }
+
+    Vxlan::VniExt vni = key.vni();
+    if (isMlagShareable(pair, mlagState_)) {
+      VXLAN_TRACE(6, " Syncing VLAN ({vlan}) to VNI ({vni}) for VTI ({intfId}) to peer", vlan, vni,
+                  intfId_.shortName());
+      shadowVlanToVniMapIs(vlan, vni);
+      sentVxStatus_->vniVtiToDynVlanMapIs(key, vlan);
+      if (intfId_ == ::Vxlan1 && inVlanRange(vlan)) sentVxStatus_->vniToDynVlanMapIs(vni, vlan.vlanIdOrNone());
+    } else {
+      VXLAN_TRACE(6, " Not syncing VLAN ({vlan}) to VNI ({vni}) for VTI ({intfId})", vlan, vni, intfId_.shortName());
+    }
   }
   VXLAN_TRACE(5, "VlanToVniMapToP2pSm::handleVlanToVniMap({vlan}) return", vlan);
 }
