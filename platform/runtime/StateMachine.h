@@ -540,6 +540,15 @@ class ChildCollection final : Impl::Member {
     return fresh;
   }
 
+  // Whether a child stands under `key` with other arguments than these: what is() refuses. An
+  // owner whose input can be deleted and made again under the same key asks first, and deletes
+  // the old child before it makes the new one.
+  template <class... A>
+  bool hasOtherArgs(K const& key, A const&... args) const {
+    auto const* n = map_.lookupNodeG(key);
+    return n && !sameArgs(n->value->vokArgs(), std::forward_as_tuple(args...), std::index_sequence_for<A...>{});
+  }
+
   Brix::Ptr<Sm> del(K const& key) {
     Brix::Ptr<Sm> old;
     map_.deleteMemberG(key, &old);
@@ -560,6 +569,10 @@ class ChildCollection final : Impl::Member {
   void releaseChildren() override { map_._memberDelAll(); }
 
  private:
+  template <class Stored, class Given, std::size_t... I>
+  static bool sameArgs(Stored const& stored, Given const& given, std::index_sequence<I...>) {
+    return (Impl::argEq(std::get<I + 1>(stored), std::get<I>(given)) && ...);
+  }
   template <class Stored, class Given, std::size_t... I>
   void checkSameArgs(Stored const& stored, Given const& given, std::index_sequence<I...>) const {
     static_assert(std::tuple_size_v<Stored> == sizeof...(I) + 1, "vokArgs() must list every constructor argument");

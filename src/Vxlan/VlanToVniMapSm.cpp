@@ -209,9 +209,25 @@ void VlanToVniMapSm::handleVti() {
   }
   if (wantPublishers) {
     VXLAN_TRACE(6, " Create vlanToVniMapToP2pSm");
+    // A VTI deleted and made again is another status object under the same id (and a state
+    // changed before the role is replaced, another mlagState): the old publisher goes first.
+    // Its cleanup withdraws the whole published map, so once every old one is gone, the
+    // publishers that stay publish theirs again and the new ones make their first run.
+    bool replaced = false;
     for (auto it = vtiStatusDir_->vtiStatusIter(); !it.done(); it.advance()) {
       auto const& node = it.currNodeMaybeStale();
-      vlanToVniMapToP2pSmIs(node.key, node.value, sentVxStatus_, mlagState());
+      if (vlanToVniMapToP2pSm_.hasOtherArgs(node.key, node.value, sentVxStatus_, mlagState())) {
+        (void)vlanToVniMapToP2pSmDel(node.key);
+        replaced = true;
+      }
+    }
+    for (auto it = vtiStatusDir_->vtiStatusIter(); !it.done(); it.advance()) {
+      auto const& node = it.currNodeMaybeStale();
+      if (auto* kept = vlanToVniMapToP2pSm(node.key); kept && replaced) {
+        kept->handleVlanToVniMap();
+      } else {
+        vlanToVniMapToP2pSmIs(node.key, node.value, sentVxStatus_, mlagState());
+      }
     }
   } else {
     vlanToVniMapToP2pSmDelAll();
