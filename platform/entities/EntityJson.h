@@ -7,6 +7,8 @@
 // objects keep insertion order, so two dumps of equal entities built alike are equal as text.
 #pragma once
 
+#include <fmt/format.h>
+
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -22,13 +24,16 @@ namespace Vok {
 
 using EntityJson = nlohmann::ordered_json;
 
-// The text form of a value, as the trace prints it.
+// The text form of a value, as the trace prints it; only a VNI none reads "none" here, where the
+// trace, whose ring holds the bare number, prints 4294967295.
 template <class T>
 std::string jsonText(T const& v) {
   if constexpr (std::is_same_v<T, bool>) {
     return v ? "true" : "false";
   } else if constexpr (std::is_integral_v<T>) {
     return std::to_string(v);  // promotes a byte: 7, not '\a'
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return fmt::format("{}", v);  // shortest exact form, as the trace and its decoder print a time
   } else {
     std::ostringstream os;
     os << v;

@@ -7,11 +7,11 @@
 
 #include <cstddef>
 #include <map>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <type_traits>
 
+#include "entities/EntityJson.h"
 #include "runtime/Attributes.h"
 #include "types/Vxlan.h"
 
@@ -26,19 +26,15 @@ struct NaturalLess {
 
 using Flat = std::map<std::string, std::string, NaturalLess>;
 
+// A value's text form, the JSON dump's; only a VNI of a VTI has a form of its own, which a path
+// can hold.
 template <class T>
 std::string text(T const& v) {
-  if constexpr (std::is_same_v<T, bool>) {
-    return v ? "true" : "false";
-  } else if constexpr (std::is_integral_v<T>) {
-    return std::to_string(v);  // a byte is a number here, not a character
-  } else if constexpr (std::is_same_v<T, Vxlan::VniVtiPair>) {
+  if constexpr (std::is_same_v<T, Vxlan::VniVtiPair>) {
     // The VNI first, as the handlers name it: "10010/Vxlan1".
     return std::to_string(v.vni().value()) + "/" + text(v.intfId());
   } else {
-    std::ostringstream os;
-    os << v;
-    return os.str();
+    return Vok::jsonText(v);
   }
 }
 

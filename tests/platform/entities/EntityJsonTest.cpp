@@ -89,6 +89,7 @@ TEST(EntityJson, MlagStatusProtoStatusAndHostTable) {
                                              "peerMonotonicOffsetValid": true, "peerMonotonicOffsetFlag": false})j"));
   proto->peerMonotonicOffsetIs(Brix::never);
   EXPECT_EQ(toJson(*proto)["peerMonotonicOffset"], "inf") << "JSON has no infinity; null would lose it";
+  EXPECT_EQ(Vok::jsonText(1234567.125), "1234567.125") << "a time as the trace prints it, every digit kept";
 
   auto hosts = Brix::newNode<Mlag::HostTable>();
   hosts->hostEntryIs(Mlag::HostEntry("Ethernet1", 12.5, 2, Mlag::HostEntryKey(10, mac), 1));
