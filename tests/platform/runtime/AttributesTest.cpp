@@ -9,6 +9,7 @@
 #include "runtime/Attributes.h"
 #include "runtime/Dir.h"
 #include "runtime/Entity.h"
+#include "vxlan/PublicationRecorder.h"
 
 namespace Sample {
 
@@ -59,22 +60,20 @@ using Sample::Thing;
 using Event = std::pair<Brix::FieldId, int>;  // the field and the key, -1 for none
 using Events = std::vector<Event>;
 
-// Subscribes to an entity and collects what it publishes.
+// Collects what an entity publishes.
 struct Recorder {
-  explicit Recorder(Brix::Ptr<Vok::Entity const> const& e) { sub.subscribeTo(e, &Recorder::dispatch); }
-  static void dispatch(Brix::Publisher const*, Brix::Subscriber* s, Brix::FieldId field, void const* key,
-                       void const*) noexcept {
-    s->ownerAs<Recorder>()->events.emplace_back(field, key ? *static_cast<int const*>(key) : -1);
+  explicit Recorder(Vok::Entity const& e)
+      : pubs(e, [this](auto const& p) { events.emplace_back(p.field, p.key ? *static_cast<int const*>(p.key) : -1); }) {
   }
   Events take() { return std::exchange(events, {}); }
   Events events;
-  Brix::Subscriber sub{this};
+  TestSupport::PublicationRecorder pubs;
 };
 
 class AttributesTest : public ::testing::Test {
  protected:
   Brix::Ptr<Thing> thing = Brix::newNode<Thing>();
-  Recorder rec{thing};
+  Recorder rec{*thing};
 };
 
 TEST_F(AttributesTest, EachMutatorPublishesFieldAndKeyOfAChangeOnly) {
@@ -176,29 +175,13 @@ TEST(Attributes, EqualityCoversEveryAttribute) {
   }
 }
 
-TEST(Attributes, VisitorWalksAttributesInDeclaredOrder) {
-  Thing const thing;
-  std::vector<std::pair<std::string, Brix::FieldId>> seen;
-  thing.vokForEachAttribute([&](std::string_view name, Brix::FieldId f, auto const&) { seen.emplace_back(name, f); });
-  EXPECT_EQ(seen, (std::vector<std::pair<std::string, Brix::FieldId>>{
-                      {"enabled", 1}, {"vlanOfVni", 2}, {"rec", 3}, {"member", 4}, {"ordered", 5}}));
-}
-
-// Collects the names a directory publishes.
-struct NameLog {
-  static void dispatch(Brix::Publisher const*, Brix::Subscriber* s, Brix::FieldId field, void const* key,
-                       void const*) noexcept {
-    EXPECT_EQ(field, Vok::Dir::entityField);
-    s->ownerAs<NameLog>()->names.push_back(*static_cast<Brix::String const*>(key));
-  }
-  std::vector<Brix::String> names;
-  Brix::Subscriber sub{this};
-};
-
 TEST(Dir, EntityNew) {
   auto dir = Brix::newNode<Vok::Dir>("root");
-  NameLog log;
-  log.sub.subscribeTo(dir, &NameLog::dispatch);
+  std::vector<Brix::String> names;
+  TestSupport::PublicationRecorder log(*dir, [&](auto const& p) {
+    EXPECT_EQ(p.field, Vok::Dir::entityField);
+    names.push_back(*static_cast<Brix::String const*>(p.key));
+  });
   auto thing = dir->entityNew<Thing>("thing");
   EXPECT_EQ(dir->entityNew<Member>("member", 9)->key(), 9);
   EXPECT_EQ(dir->entityNew<Sample::Named>("named")->name, Brix::String("named"));
@@ -209,7 +192,7 @@ TEST(Dir, EntityNew) {
   EXPECT_EQ(dir->entityCount(), 3u);
   EXPECT_EQ(dir->entityDel("thing"), thing);
   EXPECT_EQ(dir->entityDel("thing"), nullptr);
-  EXPECT_EQ(log.names, (std::vector<Brix::String>{"thing", "member", "named", "thing"}));
+  EXPECT_EQ(names, (std::vector<Brix::String>{"thing", "member", "named", "thing"}));
 }
 
 }  // namespace
