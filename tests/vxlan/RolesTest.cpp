@@ -305,6 +305,7 @@ void expectCleaned(Status const& s, char const* name) {
 
 TEST_F(RolesTest, EachRolesCleanupLeavesBothObjectsCleanThenItsChildWithdrawsTheMaps) {
   vxlan1->localVtepAddrIs(localVtep);
+  vxlan1->localVtepAddr6Is(Lanx::Ip6Addr::parse("2001:db8::1"));
   mapVlan(*vxlan1, 10, Vxlan::VniExtOrNone(10010));
   recv->vtepTypeAddrIs(Vxlan::VtepType::localVtep, peerVtep);
   recv->vniVtiToDynVlanMapIs(Vxlan::VniVtiPair(Vxlan::VniExtOrNone(10010), ::Vxlan1), Bridging::ExtendedVlanId(10));
@@ -326,6 +327,7 @@ TEST_F(RolesTest, EachRolesCleanupLeavesBothObjectsCleanThenItsChildWithdrawsThe
     auto maps = [&] { return (isPrimary ? sent : local)->vniVtiToDynVlanMapCount(); };
     ASSERT_EQ(maps(), 1u);
     ASSERT_EQ(sent->vtepTypeAddr(Vxlan::VtepType::localVtep), localVtep);
+    ASSERT_EQ(sent->vtepTypeAddr6Count(), 1u);
     // localVxStatus is cleaned before sentVxStatus is written.
     std::optional<std::size_t> localSharedAtFirstSentWrite;
     PublicationRecorder sentPubs(*sent, [&](PublicationRecorder::Publication const&) {

@@ -18,7 +18,6 @@ using MlagVxlan::VlanToVniMapSm;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 constexpr auto primary = Mlag::MlagState::primary;
 constexpr auto secondary = Mlag::MlagState::secondary;

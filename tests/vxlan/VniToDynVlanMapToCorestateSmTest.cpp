@@ -19,7 +19,6 @@ using MlagVxlan::VniToDynVlanMapToCorestateSm;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
 
 constexpr auto primary = Mlag::MlagState::primary;
 constexpr auto secondary = Mlag::MlagState::secondary;

@@ -18,7 +18,6 @@ using Bridging::VlanIdOrNone;
 using Lanx::EthAddr;
 using Lanx::IntfId;
 using Lanx::IpAddr;
-using Lanx::IpGenAddr;
 using Mlag::VxlanStatus;
 
 using Event = std::pair<Brix::FieldId, std::string>;  // the field and the key's text, "-" for none

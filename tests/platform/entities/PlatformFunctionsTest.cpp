@@ -16,7 +16,6 @@ namespace {
 
 using Bridging::EntryType;
 using Bridging::VlanIdOrNone;
-using Lanx::IpAddr;
 using Lanx::IpGenAddr;
 
 IpGenAddr ip(char const* text) { return IpGenAddr::parse(text); }
