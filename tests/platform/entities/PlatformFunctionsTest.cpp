@@ -20,7 +20,6 @@ using Lanx::IpGenAddr;
 
 IpGenAddr ip(char const* text) { return IpGenAddr::parse(text); }
 VlanIdOrNone const noVlan;
-VlanIdOrNone const vlan10(10);
 
 TEST(FdbStatusFromDir, FindsTheChildNamedByTheVniIfItIsAVniTable) {
   EXPECT_EQ(fdbStatusFromDir(nullptr, Vxlan::VniExt(10010)), nullptr);
