@@ -68,19 +68,18 @@ class MapChanges {
 
  private:
   void note(TestSupport::PublicationRecorder::Publication const& p) {
+    auto const& s = status_;
     if (p.field == Mlag::VxlanStatus::vniVtiToDynVlanMapField) {
       auto const& k = *static_cast<Vxlan::VniVtiPair const*>(p.key);
-      std::string name = std::to_string(k.vni().value()) + "/" + std::string(k.intfId().shortName().view());
-      log_.push_back(status_.vniVtiToDynVlanMapHas(k)
-                         ? "+vniVti " + name + "=" + std::to_string(status_.vniVtiToDynVlanMap(k).value())
-                         : "-vniVti " + name);
+      add("vniVti " + std::to_string(k.vni().value()) + "/" + std::string(k.intfId().shortName().view()),
+          s.vniVtiToDynVlanMapHas(k), s.vniVtiToDynVlanMap(k).value());
     } else if (p.field == Mlag::VxlanStatus::vniToDynVlanMapField) {
       auto const& k = *static_cast<Vxlan::VniExtOrNone const*>(p.key);
-      std::string name = std::to_string(k.value());
-      log_.push_back(status_.vniToDynVlanMapHas(k)
-                         ? "+vni " + name + "=" + std::to_string(status_.vniToDynVlanMap(k).value())
-                         : "-vni " + name);
+      add("vni " + std::to_string(k.value()), s.vniToDynVlanMapHas(k), s.vniToDynVlanMap(k).value());
     }
+  }
+  void add(std::string const& name, bool present, std::uint32_t vlan) {
+    log_.push_back(present ? "+" + name + "=" + std::to_string(vlan) : "-" + name);
   }
 
   Mlag::VxlanStatus const& status_;
@@ -111,10 +110,10 @@ class TraceOn {
   Vok::TraceCapture capture_;
 };
 
-// Every node a test makes must be gone when it ends.
+// Every node a test makes must be gone when it ends. The count is taken before the fixture's
+// own members are made.
 class LiveNodesTest : public ::testing::Test {
  protected:
-  void SetUp() override { baseline_ = Brix::Node::liveCount(); }
   void TearDown() override {
     releaseAll();
     EXPECT_EQ(Brix::Node::liveCount(), baseline_) << "the test left nodes behind";
@@ -123,7 +122,7 @@ class LiveNodesTest : public ::testing::Test {
   virtual void releaseAll() = 0;
 
  private:
-  std::int64_t baseline_ = 0;
+  std::int64_t const baseline_ = Brix::Node::liveCount();
 };
 
 }  // namespace VlanVniTest

@@ -9,6 +9,7 @@
 #include "runtime/Attributes.h"
 #include "runtime/Dir.h"
 #include "runtime/Entity.h"
+#include "vxlan/PublicationRecorder.h"
 
 namespace Sample {
 
@@ -59,90 +60,67 @@ using Sample::Thing;
 using Event = std::pair<Brix::FieldId, int>;  // the field and the key, -1 for none
 using Events = std::vector<Event>;
 
-// Subscribes to an entity and collects what it publishes.
+// Collects what an entity publishes.
 struct Recorder {
-  explicit Recorder(Brix::Ptr<Vok::Entity const> const& e) { sub.subscribeTo(e, &Recorder::dispatch); }
-  static void dispatch(Brix::Publisher const*, Brix::Subscriber* s, Brix::FieldId field, void const* key,
-                       void const*) noexcept {
-    s->ownerAs<Recorder>()->events.emplace_back(field, key ? *static_cast<int const*>(key) : -1);
+  explicit Recorder(Vok::Entity const& e)
+      : pubs(e, [this](auto const& p) { events.emplace_back(p.field, p.key ? *static_cast<int const*>(p.key) : -1); }) {
   }
   Events take() { return std::exchange(events, {}); }
   Events events;
-  Brix::Subscriber sub{this};
+  TestSupport::PublicationRecorder pubs;
 };
 
 class AttributesTest : public ::testing::Test {
  protected:
   Brix::Ptr<Thing> thing = Brix::newNode<Thing>();
-  Recorder rec{thing};
+  Recorder rec{*thing};
 };
 
-TEST_F(AttributesTest, ScalarPublishesOnlyAChange) {
-  EXPECT_FALSE(thing->enabled());
+TEST_F(AttributesTest, EachMutatorPublishesFieldAndKeyOfAChangeOnly) {
   thing->enabledIs(false);
-  EXPECT_EQ(rec.take(), Events{});
   thing->enabledIs(true);
-  EXPECT_TRUE(thing->enabled());
+  thing->enabledIs(true);
   EXPECT_EQ(rec.take(), (Events{{Thing::enabledField, -1}}));
-  thing->enabledIs(true);
-  EXPECT_EQ(rec.take(), Events{});
-}
 
-TEST_F(AttributesTest, ValuesAndRecordsPublishFieldAndKeyOfEachChange) {
-  EXPECT_EQ(thing->vlanOfVni(5), 0) << "an absent key reads as the default";
-  thing->vlanOfVniIs(5, 100);
-  thing->vlanOfVniIs(5, 100);
-  thing->vlanOfVniIs(5, 101);
+  for (int v : {100, 100, 101}) thing->vlanOfVniIs(5, v);
   thing->vlanOfVniIs(6, 0);  // a new key is a change even with the default value
-  EXPECT_EQ(rec.take(), (Events{{Thing::vlanOfVniField, 5}, {Thing::vlanOfVniField, 5}, {Thing::vlanOfVniField, 6}}));
-  EXPECT_EQ(thing->vlanOfVni(5), 101);
-  EXPECT_TRUE(thing->vlanOfVniHas(6));
-  EXPECT_EQ(thing->vlanOfVniCount(), 2u);
   EXPECT_EQ(thing->vlanOfVniDel(5), 101);
   EXPECT_EQ(thing->vlanOfVniDel(5), 0);
-  EXPECT_EQ(rec.take(), (Events{{Thing::vlanOfVniField, 5}}));
-  EXPECT_FALSE(thing->vlanOfVniHas(5));
+  EXPECT_EQ(thing->vlanOfVni(5), 0) << "an absent key reads as the default";
+  EXPECT_TRUE(thing->vlanOfVniHas(6));
+  EXPECT_EQ(rec.take(), (Events{{Thing::vlanOfVniField, 5},
+                                {Thing::vlanOfVniField, 5},
+                                {Thing::vlanOfVniField, 6},
+                                {Thing::vlanOfVniField, 5}}));
 
-  EXPECT_EQ(thing->rec(1), Rec{});
-  thing->recIs(Rec{1, "one"});
-  thing->recIs(Rec{1, "one"});
-  thing->recIs(Rec{1, "uno"});
-  thing->recIs(Rec{2, "two"});
-  EXPECT_EQ(rec.take(), (Events{{Thing::recField, 1}, {Thing::recField, 1}, {Thing::recField, 2}}));
+  for (auto const& r : {Rec{1, "one"}, Rec{1, "one"}, Rec{1, "uno"}, Rec{2, "two"}}) thing->recIs(r);
   EXPECT_EQ(thing->rec(1).text, "uno");
   EXPECT_EQ(thing->recDel(2), (Rec{2, "two"}));
   EXPECT_EQ(thing->recDel(2), Rec{});
-  EXPECT_EQ(rec.take(), (Events{{Thing::recField, 2}}));
+  EXPECT_EQ(rec.take(),
+            (Events{{Thing::recField, 1}, {Thing::recField, 1}, {Thing::recField, 2}, {Thing::recField, 2}}));
 }
 
 TEST_F(AttributesTest, EntityCollectionsCreateMembersOnce) {
-  auto const base = Brix::Node::liveCount();
-  EXPECT_EQ(thing->member(3), nullptr);
   auto m = thing->memberIs(3);
-  ASSERT_NE(m, nullptr);
   EXPECT_EQ(m->key(), 3);
   EXPECT_EQ(thing->memberIs(3), m) << "the second xIs returns the same member";
-  EXPECT_EQ(thing->member(3), m);
-  EXPECT_EQ(rec.take(), (Events{{Thing::memberField, 3}}));
   m->weightIs(7);
-  EXPECT_EQ(rec.take(), Events{}) << "a member publishes its own changes, not its owner";
+  EXPECT_EQ(rec.take(), (Events{{Thing::memberField, 3}})) << "a member publishes its own changes, not its owner";
   EXPECT_EQ(thing->memberDel(3), m);
   EXPECT_EQ(thing->memberDel(3), nullptr);
-  EXPECT_EQ(rec.take(), (Events{{Thing::memberField, 3}}));
-  m = nullptr;
-  EXPECT_EQ(Brix::Node::liveCount(), base);
+  EXPECT_EQ(thing->member(3), nullptr);
 
   auto o = thing->orderedIs(30);
   for (int k : {50, 10, 40}) thing->orderedIs(k);
   EXPECT_EQ(thing->orderedIs(30), o);
-  EXPECT_EQ(thing->ordered(30)->key(), 30);
-  EXPECT_EQ(thing->ordered(20), nullptr);
   std::vector<int> keys;
   for (auto it = thing->orderedIter(); !it.done(); it.advance()) keys.push_back(it.key());
   EXPECT_EQ(keys, (std::vector<int>{10, 30, 40, 50}));
   EXPECT_EQ(thing->orderedDel(30), o);
   EXPECT_EQ(thing->orderedDel(30), nullptr);
-  EXPECT_EQ(rec.take(), (Events{{Thing::orderedField, 30},
+  EXPECT_EQ(rec.take(), (Events{{Thing::memberField, 3},
+                                {Thing::orderedField, 30},
                                 {Thing::orderedField, 50},
                                 {Thing::orderedField, 10},
                                 {Thing::orderedField, 40},
@@ -161,14 +139,13 @@ TEST_F(AttributesTest, DelAllPublishesEachKeyOnce) {
   thing->recDelAll();
   thing->memberDelAll();
   thing->orderedDelAll();
+  thing->memberDelAll();  // emptying an empty collection publishes nothing
   Events expected;
   for (auto f : {Thing::vlanOfVniField, Thing::recField, Thing::memberField, Thing::orderedField}) {
     for (int k = 1; k <= 5; ++k) expected.emplace_back(f, k);
   }
   EXPECT_EQ(rec.take(), expected);
   EXPECT_EQ(thing->vlanOfVniCount() + thing->recCount() + thing->memberCount() + thing->orderedCount(), 0u);
-  thing->memberDelAll();
-  EXPECT_EQ(rec.take(), Events{}) << "emptying an empty collection publishes nothing";
 }
 
 TEST(Attributes, EqualityCoversEveryAttribute) {
@@ -196,58 +173,26 @@ TEST(Attributes, EqualityCoversEveryAttribute) {
     change(*b);
     EXPECT_TRUE(*a == *b) << what;
   }
-  EXPECT_NE(a, b) << "pointers compare by identity, never contents";
 }
-
-TEST(Attributes, VisitorWalksAttributesInDeclaredOrder) {
-  Thing const thing;
-  std::vector<std::pair<std::string, Brix::FieldId>> seen;
-  thing.vokForEachAttribute([&](std::string_view name, Brix::FieldId f, auto const&) { seen.emplace_back(name, f); });
-  EXPECT_EQ(seen, (std::vector<std::pair<std::string, Brix::FieldId>>{
-                      {"enabled", 1}, {"vlanOfVni", 2}, {"rec", 3}, {"member", 4}, {"ordered", 5}}));
-  EXPECT_EQ(Thing::vokFieldCount, 6);
-  EXPECT_STREQ(thing.typeData(), "Sample::Thing");
-}
-
-// Collects the names a directory publishes.
-struct NameLog {
-  static void dispatch(Brix::Publisher const*, Brix::Subscriber* s, Brix::FieldId field, void const* key,
-                       void const*) noexcept {
-    EXPECT_EQ(field, Vok::Dir::entityField);
-    s->ownerAs<NameLog>()->names.push_back(*static_cast<Brix::String const*>(key));
-  }
-  std::vector<Brix::String> names;
-  Brix::Subscriber sub{this};
-};
 
 TEST(Dir, EntityNew) {
-  auto const base = Brix::Node::liveCount();
-  {
-    auto dir = Brix::newNode<Vok::Dir>("root");
-    NameLog log;
-    log.sub.subscribeTo(dir, &NameLog::dispatch);
-    auto thing = dir->entityNew<Thing>("thing");
-    auto member = dir->entityNew<Member>("member", 9);
-    auto named = dir->entityNew<Sample::Named>("named");
-    EXPECT_EQ(member->key(), 9);
-    EXPECT_EQ(named->name, Brix::String("named"));
-    EXPECT_EQ(dir->entity("thing"), thing);
-    EXPECT_EQ(dir->entityAs<Member>("member"), member);
-    EXPECT_EQ(dir->entityAs<Member>("thing"), nullptr);
-    EXPECT_EQ(dir->entity("nothing"), nullptr);
-    EXPECT_EQ(dir->entityCount(), 3u);
-
-    // A type made from its name alone refuses arguments, and the directory is left as it was.
-    EXPECT_THROW(dir->entityNew<Sample::Named>("other", Brix::String("x")), Vok::NewEntityArgsException);
-    EXPECT_EQ(dir->entity("other"), nullptr);
-    EXPECT_EQ(dir->entityCount(), 3u);
-
-    EXPECT_EQ(dir->entityDel("thing"), thing);
-    EXPECT_EQ(dir->entityDel("thing"), nullptr);
-    EXPECT_EQ(dir->entityCount(), 2u);
-    EXPECT_EQ(log.names, (std::vector<Brix::String>{"thing", "member", "named", "thing"}));
-  }
-  EXPECT_EQ(Brix::Node::liveCount(), base);
+  auto dir = Brix::newNode<Vok::Dir>("root");
+  std::vector<Brix::String> names;
+  TestSupport::PublicationRecorder log(*dir, [&](auto const& p) {
+    EXPECT_EQ(p.field, Vok::Dir::entityField);
+    names.push_back(*static_cast<Brix::String const*>(p.key));
+  });
+  auto thing = dir->entityNew<Thing>("thing");
+  EXPECT_EQ(dir->entityNew<Member>("member", 9)->key(), 9);
+  EXPECT_EQ(dir->entityNew<Sample::Named>("named")->name, Brix::String("named"));
+  EXPECT_EQ(dir->entity("thing"), thing);
+  EXPECT_EQ(dir->entityAs<Member>("thing"), nullptr);
+  // A type made from its name alone refuses arguments, and the directory is left as it was.
+  EXPECT_THROW(dir->entityNew<Sample::Named>("other", Brix::String("x")), Vok::NewEntityArgsException);
+  EXPECT_EQ(dir->entityCount(), 3u);
+  EXPECT_EQ(dir->entityDel("thing"), thing);
+  EXPECT_EQ(dir->entityDel("thing"), nullptr);
+  EXPECT_EQ(names, (std::vector<Brix::String>{"thing", "member", "named", "thing"}));
 }
 
 }  // namespace

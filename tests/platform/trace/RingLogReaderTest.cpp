@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "support/RingLogDir.h"
 #include "trace/DualLog.h"
@@ -71,64 +73,48 @@ class DamagedFileTest : public ::testing::Test {
   FileHeader header{};
 };
 
-TEST_F(DamagedFileTest, TruncatedFileGivesTheRecordsItStillHolds) {
-  std::string cut = bytes.substr(0, recordAt(6, 4) + 20);
-  auto f = RingLog::decode(cut);
-  EXPECT_TRUE(anyErrorHas(f, "file truncated")) << f.errors.front();
-  EXPECT_TRUE(anyErrorHas(f, "level 6"));
-  EXPECT_EQ(countAt(f, 0), 10);
-  EXPECT_EQ(countAt(f, 5), 10);
-  EXPECT_EQ(countAt(f, 6), 4);
+// Each damage is reported, and the decoder still gives the records it can trust: per level,
+// the records before the damage.
+TEST_F(DamagedFileTest, DamageIsReportedAndEndsOnlyWhatItTouches) {
+  auto patch = [this](std::size_t at, std::uint32_t v) {
+    std::string b = bytes;
+    std::memcpy(b.data() + at, &v, sizeof v);
+    return b;
+  };
+  std::string badMagic = bytes;
+  badMagic[0] = 'X';
+  struct Case {
+    char const* what;
+    std::string file;
+    std::string error;
+    std::array<int, 3> counts;  // at levels 0, 5 and 6; -1: not looked at
+  };
+  for (auto const& c : std::vector<Case>{
+           {"truncated", bytes.substr(0, recordAt(6, 4) + 20), "file truncated", {10, 10, 4}},
+           {"header cut", bytes.substr(0, sizeof(FileHeader) - 1), "", {0, 0, 0}},
+           {"record size",
+            patch(recordAt(5, 3) + offsetof(RecordHeader, size), 12),
+            "level 5: record at byte",
+            {10, 3, 10}},
+           {"undescribed", patch(recordAt(6, 0), 999), "message id 999, which is not described", {10, 10, 0}},
+           {"magic", badMagic, "not a ring file", {0, 0, 0}},
+           {"description", patch(header.descOffset, 3), "has a bad size 3", {-1, -1, -1}},
+       }) {
+    auto f = RingLog::decode(c.file);
+    EXPECT_TRUE(anyErrorHas(f, c.error)) << c.what << ": " << (f.ok() ? "no error" : f.errors.front());
+    EXPECT_FALSE(f.ok()) << c.what;
+    for (int i = 0; i < 3; ++i) {
+      if (c.counts[i] >= 0) {
+        EXPECT_EQ(countAt(f, std::array{0, 5, 6}[i]), c.counts[i]) << c.what << " level " << i;
+      }
+    }
+  }
   std::string lastOfLevel6;
-  for (auto const& r : f.records) {
+  for (auto const& r : RingLog::decode(bytes.substr(0, recordAt(6, 4) + 20)).records) {
     if (r.level == 6) lastOfLevel6 = r.text;
   }
   EXPECT_EQ(lastOfLevel6, "level 6 record 3 of Vxlan1");
-
-  for (std::size_t size : {std::size_t{0}, sizeof(FileHeader) - 1, std::size_t{4200}}) {
-    auto g = RingLog::decode(bytes.substr(0, size));
-    EXPECT_FALSE(g.ok()) << size;
-    if (size < sizeof(FileHeader)) {
-      EXPECT_TRUE(g.records.empty());
-    }
-  }
-}
-
-TEST_F(DamagedFileTest, DamagedRecordEndsItsLevelOnly) {
-  std::uint32_t badSize = 12;
-  std::memcpy(bytes.data() + recordAt(5, 3) + offsetof(RecordHeader, size), &badSize, sizeof badSize);
-  auto f = RingLog::decode(bytes);
-  EXPECT_TRUE(anyErrorHas(f, "level 5: record at byte")) << (f.ok() ? "" : f.errors.front());
-  EXPECT_EQ(countAt(f, 5), 3);
-  EXPECT_EQ(countAt(f, 0), 10);
-  EXPECT_EQ(countAt(f, 6), 10);
-}
-
-TEST_F(DamagedFileTest, RecordOfAnUndescribedMessageIsReported) {
-  std::int32_t id = 999;
-  std::memcpy(bytes.data() + recordAt(6, 0), &id, sizeof id);
-  auto f = RingLog::decode(bytes);
-  EXPECT_TRUE(anyErrorHas(f, "message id 999, which is not described"));
-  EXPECT_EQ(countAt(f, 6), 0);
-  EXPECT_EQ(countAt(f, 5), 10);
-}
-
-TEST_F(DamagedFileTest, DamagedHeaderOrDescriptionIsReported) {
-  std::string badMagic = bytes;
-  badMagic[0] = 'X';
-  auto f = RingLog::decode(badMagic);
-  EXPECT_TRUE(anyErrorHas(f, "not a ring file"));
-  EXPECT_TRUE(f.records.empty());
-
-  std::string badDesc = bytes;
-  std::uint32_t size = 3;
-  std::memcpy(badDesc.data() + header.descOffset, &size, sizeof size);
-  auto g = RingLog::decode(badDesc);
-  EXPECT_TRUE(anyErrorHas(g, "has a bad size 3"));
-  EXPECT_FALSE(g.ok());
-
-  auto missing = RingLog::decodeFile(dir.path() + "/none.rl");
-  EXPECT_TRUE(anyErrorHas(missing, "cannot read"));
+  EXPECT_TRUE(anyErrorHas(RingLog::decodeFile(dir.path() + "/none.rl"), "cannot read"));
 }
 
 // Whatever bytes are damaged, the decoder reads only inside the file and gives sound records.

@@ -75,24 +75,22 @@ TEST_F(TraceToolTest, DamagedFileBadFlagOrBadLevelFailWithAMessage) {
     std::ifstream in(file, std::ios::binary);
     bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
-  std::string cut = dir.path() + "/cut.rl";
-  std::ofstream(cut, std::ios::binary) << bytes.substr(0, 5000);
-  ToolRun damaged = runTool(cut, dir.path());
-  EXPECT_EQ(damaged.status, 1);
-  EXPECT_NE(damaged.err.find("file truncated: 5000 of"), std::string::npos) << damaged.err;
-
-  ToolRun missing = runTool(dir.path() + "/none.rl", dir.path());
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_NE(missing.err.find("cannot read"), std::string::npos) << missing.err;
-
-  ToolRun badFlag = runTool("--bogus " + file, dir.path());
-  EXPECT_EQ(badFlag.status, 2);
-  EXPECT_NE(badFlag.err.find("bogus"), std::string::npos) << badFlag.err;
-
-  ToolRun badLevel = runTool("--level 12 " + file, dir.path());
-  EXPECT_EQ(badLevel.status, 2);
-  EXPECT_NE(badLevel.err.find("bad level '12'"), std::string::npos) << badLevel.err;
-  EXPECT_TRUE(badLevel.out.empty());
+  std::ofstream(dir.path() + "/cut.rl", std::ios::binary) << bytes.substr(0, 5000);
+  struct Case {
+    std::string args;
+    int status;
+    char const* err;
+  };
+  for (auto const& c :
+       {Case{dir.path() + "/cut.rl", 1, "file truncated: 5000 of"}, Case{dir.path() + "/none.rl", 1, "cannot read"},
+        Case{"--bogus " + file, 2, "bogus"}, Case{"--level 12 " + file, 2, "bad level '12'"}}) {
+    ToolRun r = runTool(c.args, dir.path());
+    EXPECT_EQ(r.status, c.status) << c.args;
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << r.err;
+    if (c.status == 2) {
+      EXPECT_TRUE(r.out.empty()) << c.args;
+    }
+  }
 }
 
 }  // namespace
