@@ -100,6 +100,31 @@ class ShoalMap : public ShoalMapBase {
     return true;
   }
 
+  // The reader's side of damage, as every reader handles it: a damaged read is reported to the
+  // table and gives the default record; a damaged step is reported and ends the walk there.
+  R readOrDefault(K const& key) const {
+    try {
+      return get(key);
+    } catch (Brix::CorruptionDetectedException const& e) {
+      doCorruptionDetected(Brix::String(e.what()));
+      return R{};
+    }
+  }
+  template <class F>
+  void walkUntilDamaged(F&& f) const {
+    IterHint hint;
+    K key;
+    auto step = [&](bool isFirst) {
+      try {
+        return isFirst ? first(hint, &key) : next(hint, &key);
+      } catch (Brix::CorruptionDetectedException const& e) {
+        doCorruptionDetected(Brix::String(e.what()));
+        return false;
+      }
+    };
+    for (bool more = step(true); more; more = step(false)) f(key);
+  }
+
   // The writer's side, the process that owns the table or a test: the mutators of a values
   // collection, which publish by key.
   void set(Vok::Entity const& e, Brix::FieldId f, K const& key, R const& record) { values_.set(e, f, key, record); }

@@ -21,27 +21,10 @@ ShoalFdbStatus entryOf(int i) {
   return ShoalFdbStatus(keyOf(i), Lanx::IntfId("Ethernet1"), 100.0 + i, 1, Bridging::EntryType::learnedDynamicMac);
 }
 
-// The reader's side of a read by key.
-ShoalFdbStatus readEntry(Table const& table, HostKey const& key, bool* found) {
-  try {
-    return table.get(key, found);
-  } catch (Brix::CorruptionDetectedException const& e) {
-    table.doCorruptionDetected(e.what());
-    *found = false;
-    return ShoalFdbStatus();
-  }
-}
-
-// The reader's side of a walk: what it saw before any damage stopped it.
+// What a reader saw of a walk before any damage stopped it.
 std::vector<HostKey> walkKeys(Table const& table) {
   std::vector<HostKey> keys;
-  try {
-    Shoal::IterHint hint;
-    HostKey key;
-    for (bool more = table.first(hint, &key); more; more = table.next(hint, &key)) keys.push_back(key);
-  } catch (Brix::CorruptionDetectedException const& e) {
-    table.doCorruptionDetected(e.what());
-  }
+  table.walkUntilDamaged([&](HostKey const& k) { keys.push_back(k); });
   return keys;
 }
 
@@ -106,11 +89,9 @@ TEST_F(ShoalMapTest, ReaderTakesTheDefaultOrStopsTheWalkAndReports) {
   using At = Shoal::ShoalMapBase::DamageAt;
   status->shoalFdbStatusIs(keyOf(1), entryOf(1));  // writes are not reads: no countdown
   table.damageIs(At::nth, 1, "read damaged");
-  bool found = true;
-  EXPECT_EQ(readEntry(table, keyOf(2), &found), ShoalFdbStatus());
-  EXPECT_FALSE(found);
+  EXPECT_EQ(table.readOrDefault(keyOf(2)), ShoalFdbStatus());
   EXPECT_EQ(table.lastCorruption(), Brix::String("read damaged"));
-  EXPECT_EQ(readEntry(table, keyOf(2), &found), entryOf(2));
+  EXPECT_EQ(table.readOrDefault(keyOf(2)), entryOf(2));
 
   EXPECT_EQ(walkKeys(table), (std::vector<HostKey>{keyOf(1), keyOf(2), keyOf(3), keyOf(4)}));
   table.damageIs(At::nth, 3, "walk damaged");
