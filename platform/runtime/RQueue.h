@@ -40,6 +40,8 @@ class RQueue {
     assert(size_ > 0);
     return *tail_->slot(tail_->end - 1);
   }
+  T const& front() const noexcept { return const_cast<RQueue*>(this)->front(); }
+  T const& back() const noexcept { return const_cast<RQueue*>(this)->back(); }
   void pop() {
     assert(size_ > 0);
     head_->slot(head_->begin)->~T();

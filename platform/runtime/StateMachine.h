@@ -220,19 +220,20 @@ class ValueCollection {
   ::Vok::ValueCollection<K, V> name##_;
 
 // A constructor input. With a dispatch function it is subscribed while the owner is active.
-template <class T>
+// `Held` is `T const` but for an input that the owner is given writable and only reads.
+template <class T, class Held = T const>
 class Input final : Impl::Member {
  public:
   template <class Owner>
-  Input(Owner* owner, Brix::Ptr<T const> p, Brix::Dispatch fn = nullptr)
+  Input(Owner* owner, Brix::Ptr<Held> p, Brix::Dispatch fn = nullptr)
       : Member(owner, Kind::input), p_(std::move(p)), fn_(fn), sub_(static_cast<void*>(owner)) {
     if (p_ && fn_) sub_.subscribeTo(p_, fn_);
   }
 
-  Brix::Ptr<T const> const& ptr() const noexcept { return p_; }
-  T const* get() const noexcept { return p_.get(); }
-  T const* operator->() const noexcept { return p_.operator->(); }
-  T const& operator*() const noexcept { return *p_; }
+  Brix::Ptr<Held> const& ptr() const noexcept { return p_; }
+  Held* get() const noexcept { return p_.get(); }
+  Held* operator->() const noexcept { return p_.operator->(); }
+  Held& operator*() const noexcept { return *p_; }
   explicit operator bool() const noexcept { return bool(p_); }
   bool subscribed() const noexcept { return sub_.subscribed(); }
 
@@ -247,17 +248,23 @@ class Input final : Impl::Member {
   void unsubscribeAll() noexcept override { sub_.unsubscribe(); }
 
  private:
-  Brix::Ptr<T const> p_;
+  Brix::Ptr<Held> p_;
   Brix::Dispatch fn_;
   Brix::Subscriber sub_;
 };
 
 // The base of reactors nested in a state machine or in another reactor: a back pointer to the
-// owner, one input as notifier, reactors of its own.
-template <class Owner, class In>
-class Reactor : public NotifieeConst, public Impl::MemberOwner {
+// owner, one input as notifier, reactors of its own. `Base` is NotifieeConst, or a kind of it
+// such as a clock's notifiee.
+template <class Owner, class In, class Base = NotifieeConst>
+class Reactor : public Base, public Impl::MemberOwner {
  public:
   using Input = In;
+  using Base::hasNotificationActive;
+  using Base::isRegisteredNotifieeIs;
+  using Base::markAndSweepFlag;
+  using Base::notifier;
+  using Base::zombie;
 
   // Binds with the base's notifierIs, so the class's own rebinding step does not run here.
   Reactor(Owner* owner, Brix::Ptr<In const> const& input) : MemberOwner(this), owner_(owner) {
@@ -290,17 +297,17 @@ class Reactor : public NotifieeConst, public Impl::MemberOwner {
     if (notifier()) hasNotificationActiveIs(!zombie);
     zombieCleanup();  // no test of the direction: the cleanup runs either way
     membersZombieIs(zombie);
-    markAndSweepFlagSet(zombie);
+    this->markAndSweepFlagSet(zombie);
   }
 
   void lastUserGone() override {
-    incUse();
+    this->incUse();
     hasNotificationActiveIs(false);
     vokDoZombieReactors(true);
     forEachMember([](Impl::Member& m) { m.unsubscribeAll(); });
     forEachMember([](Impl::Member& m) { m.clearBackPointers(); });
     forEachMember([](Impl::Member& m) { m.releaseChildren(); });
-    assert(useCount() == 1 && "a reactor was kept alive by its own teardown");
+    assert(this->useCount() == 1 && "a reactor was kept alive by its own teardown");
     delete this;
   }
 
@@ -354,6 +361,15 @@ class InputCollection final : Impl::Member {
   void delAll() {
     for (auto it = map_.begin(); !it.done(); it.advance()) {
       K key = it.currNodeMaybeStale().key;
+      (void)del(key);
+    }
+  }
+
+  // The dispatch of the input's collection: `entry` is what the input now holds under `key`.
+  void follow(K const& key, Brix::Ptr<Entry const> const& entry) {
+    if (entry) {
+      (void)is(entry);
+    } else {
       (void)del(key);
     }
   }

@@ -16,6 +16,7 @@
 #include "types/Bridging.h"
 #include "types/Lanx.h"
 #include "types/Vxlan.h"
+#include "types/VxlanController.h"
 
 namespace RingLog {
 
@@ -23,7 +24,7 @@ namespace {
 
 using namespace Format;
 
-enum class Kind { p, s, i, u, b, d, E, I, I6, IGO, MV, MVP, VIPO, VSP, F };
+enum class Kind { p, s, i, u, b, d, E, I, I6, IGO, MV, MVP, VIPO, VSP, MVT, F };
 
 struct Code {
   Kind kind;
@@ -37,9 +38,9 @@ struct Message {
 
 std::optional<Code> parseCode(std::string_view c) {
   static constexpr std::pair<std::string_view, Kind> table[] = {
-      {"p", Kind::p},   {"s", Kind::s},     {"i", Kind::i},       {"u", Kind::u},    {"b", Kind::b},
-      {"d", Kind::d},   {"E", Kind::E},     {"I", Kind::I},       {"I6", Kind::I6},  {"IGO", Kind::IGO},
-      {"MV", Kind::MV}, {"MVP", Kind::MVP}, {"VIPO", Kind::VIPO}, {"VSP", Kind::VSP}};
+      {"p", Kind::p},   {"s", Kind::s},     {"i", Kind::i},       {"u", Kind::u},     {"b", Kind::b},
+      {"d", Kind::d},   {"E", Kind::E},     {"I", Kind::I},       {"I6", Kind::I6},   {"IGO", Kind::IGO},
+      {"MV", Kind::MV}, {"MVP", Kind::MVP}, {"VIPO", Kind::VIPO}, {"VSP", Kind::VSP}, {"MVT", Kind::MVT}};
   for (auto const& [name, kind] : table)
     if (c == name) return Code{kind};
   if (c.size() > 1 && c[0] == 'F' &&
@@ -339,6 +340,13 @@ class Decoder {
         auto flags = c.get<std::uint8_t>();
         return appendStreamed(
             out, Vxlan::VniSourcePair(Lanx::IntfId(intf), Brix::String(source), Vxlan::VniExtOrNone(vni), flags));
+      }
+      case Kind::MVT: {
+        auto mac = getEth(c);
+        auto vtep = getIp(c);
+        auto seqNum = c.get<std::uint32_t>();
+        auto preference = c.get<std::uint8_t>();
+        return appendStreamed(out, VxlanController::MacVtepV2(mac, vtep, seqNum, preference));
       }
       case Kind::F: {
         auto v = c.get<std::uint8_t>();

@@ -36,6 +36,7 @@
 #include "types/L3.h"
 #include "types/Lanx.h"
 #include "types/Vxlan.h"
+#include "types/VxlanController.h"
 
 namespace RingLog {
 
@@ -289,6 +290,19 @@ struct TypeCode<Vxlan::VniSourcePair> {
     RingLog::put(rb, v.source().view());
     rb->putRaw(v.vni().value());
     rb->putRaw(v.flags());
+  }
+};
+
+// The controller's record of a MAC: MAC, VTEP address, sequence number, preference.
+template <>
+struct TypeCode<VxlanController::MacVtepV2> {
+  static constexpr char const* code = "MVT";
+  static constexpr std::uint32_t size(VxlanController::MacVtepV2 const&) noexcept { return 6 + 4 + 4 + 1; }
+  static void put(RingBuf* rb, VxlanController::MacVtepV2 const& v) noexcept {
+    TypeCode<Lanx::EthAddr>::put(rb, v.macAddr());
+    TypeCode<Lanx::IpAddr>::put(rb, v.vtepIp());
+    rb->putRaw(v.seqNum());
+    rb->putRaw(v.preference());
   }
 };
 

@@ -47,11 +47,25 @@ void SmContainer::handleInitialized() { vxlanRlHandleInit(); }
 void SmContainer::lastUserGone() {
   incUse();  // a delivery of the children's removal holds the container: keep it whole meanwhile
   Brix::hasNotificationActiveSet(this, false);
+  (void)remoteHostTableSmDel();
   (void)primarySmDel();
   (void)secondarySmDel();
   (void)scheduledMlagPeerArpSyncSmDel();
   delete this;
 }
+
+RemoteHostTableSm::Ptr SmContainer::remoteHostTableSmIs(
+    Brix::Ptr<MlagP2p::HostTable> sentP2pHostTable, Brix::Ptr<Mlag::HostTable> mlagHostTable,
+    Brix::Ptr<Bridging::Config const> bridgingConfig, Brix::Ptr<Shoal::Bridging::Status const> bridgingStatus,
+    Brix::Ptr<Shoal::Vxlan::FdbStatus> vxlanFdbStatus, Brix::Ptr<Mlag::ProtoStatus const> mlagProtoStatus,
+    Brix::Ptr<Mlag::Status const> mlagStatus, Brix::Ptr<Vok::Dir const> controllerStatusBaseDir,
+    Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir) {
+  return remoteHostTableSm_.is(std::move(sentP2pHostTable), std::move(mlagHostTable), std::move(bridgingConfig),
+                               std::move(bridgingStatus), std::move(vxlanFdbStatus), std::move(mlagProtoStatus),
+                               std::move(mlagStatus), std::move(controllerStatusBaseDir), std::move(vtiStatusDir));
+}
+
+RemoteHostTableSm::Ptr SmContainer::remoteHostTableSmDel() { return remoteHostTableSm_.del(); }
 
 PrimarySm::Ptr SmContainer::primarySmIs(
     Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,

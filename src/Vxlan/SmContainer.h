@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Vxlan/PrimarySm.h"
+#include "Vxlan/RemoteHostTableSm.h"
 #include "Vxlan/ScheduledMlagPeerArpSyncSm.h"
 #include "Vxlan/SecondarySm.h"
 #include "runtime/Entity.h"
@@ -45,6 +46,15 @@ class SmContainer : public Vok::Entity, public Vok::Impl::MemberOwner {
 
   Brix::String const& nameString() const noexcept { return name_; }
 
+  RemoteHostTableSm::Ptr const& remoteHostTableSm() const noexcept { return remoteHostTableSm_.ptr(); }
+  RemoteHostTableSm::Ptr remoteHostTableSmIs(
+      Brix::Ptr<MlagP2p::HostTable> sentP2pHostTable, Brix::Ptr<Mlag::HostTable> mlagHostTable,
+      Brix::Ptr<Bridging::Config const> bridgingConfig, Brix::Ptr<Shoal::Bridging::Status const> bridgingStatus,
+      Brix::Ptr<Shoal::Vxlan::FdbStatus> vxlanFdbStatus, Brix::Ptr<Mlag::ProtoStatus const> mlagProtoStatus,
+      Brix::Ptr<Mlag::Status const> mlagStatus, Brix::Ptr<Vok::Dir const> controllerStatusBaseDir,
+      Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir);
+  RemoteHostTableSm::Ptr remoteHostTableSmDel();
+
   PrimarySm::Ptr const& primarySm() const noexcept { return primarySm_.ptr(); }
   PrimarySm::Ptr primarySmIs(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
                              Brix::Ptr<Mlag::VxlanStatus> localVxStatus,
@@ -77,6 +87,7 @@ class SmContainer : public Vok::Entity, public Vok::Impl::MemberOwner {
 
  private:
   Brix::String const name_;
+  Vok::Child<RemoteHostTableSm> remoteHostTableSm_{this, this, remoteHostTableSmField};
   Vok::Child<PrimarySm> primarySm_{this, this, primarySmField};
   Vok::Child<SecondarySm> secondarySm_{this, this, secondarySmField};
   Vok::Child<ScheduledMlagPeerArpSyncSm> scheduledMlagPeerArpSyncSm_{this, this, scheduledMlagPeerArpSyncSmField};

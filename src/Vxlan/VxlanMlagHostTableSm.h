@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Vxlan/PrimarySm.h"
+#include "Vxlan/RemoteHostTableSm.h"
 #include "Vxlan/ScheduledMlagPeerArpSyncSm.h"
 #include "Vxlan/SecondarySm.h"
 #include "Vxlan/SmContainer.h"

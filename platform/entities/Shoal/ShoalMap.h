@@ -4,9 +4,8 @@
 //
 // Any read or step of a walk may find the table damaged and raise
 // Brix::CorruptionDetectedException; the reader reports it through doCorruptionDetected() and
-// takes the default. Here the table lives in process memory, and a test chooses which read or
-// which step of a walk raises (corruptReadIs / corruptWalkStepIs), so every reader's handling of
-// it can be exercised.
+// takes the default. Here the table lives in process memory, and a test chooses which reads and
+// which steps of a walk raise (damageIs), so every reader's handling of it can be exercised.
 #pragma once
 
 #include <cstdint>
@@ -36,23 +35,33 @@ class ShoalMapBase {
   std::uint32_t corruptionReports() const noexcept { return corruptionReports_; }
   Brix::String const& lastCorruption() const noexcept { return lastCorruption_; }
 
-  // The n-th read by key from now (1 = the next one) raises; 0 turns it off. Const like the
-  // report: readers, and the tests that stand in for the damage, hold the table as const.
-  void corruptReadIs(std::uint32_t n) const noexcept { readsToFault_ = n; }
-  // The n-th step of a walk from now (first or next; 1 = the next one) raises; 0 turns it off.
-  void corruptWalkStepIs(std::uint32_t n) const noexcept { stepsToFault_ = n; }
+  // Which accesses raise, with `message`: every read and walk step; the n-th of them, reads and
+  // steps counted together; or the n-th read and the n-th step, each counted on its own. n counts
+  // from now (1 = the next one) and an n-th fires once. Const like the report: readers, and the
+  // tests that stand in for the damage, hold the table as const.
+  enum class DamageAt : std::uint8_t { nothing, every, nth, nthOfEach };
+  void damageIs(DamageAt at, std::uint32_t n = 1, std::string message = "Shoal table damaged") const {
+    damageAt_ = at;
+    damageLeft_[0] = n;
+    damageLeft_[1] = at == DamageAt::nthOfEach ? n : 0;
+    damageMessage_ = std::move(message);
+  }
 
  protected:
-  void readCheck() const { check(readsToFault_, "read"); }
-  void stepCheck() const { check(stepsToFault_, "walk"); }
+  enum Access : std::uint8_t { read, step };
+  void damageCheck(Access a) const {
+    if (damageAt_ == DamageAt::nothing) return;
+    if (damageAt_ != DamageAt::every) {
+      std::uint32_t& left = damageLeft_[damageAt_ == DamageAt::nthOfEach ? a : 0];
+      if (left == 0 || --left > 0) return;
+    }
+    throw Brix::CorruptionDetectedException(damageMessage_);
+  }
 
  private:
-  static void check(std::uint32_t& countdown, char const* what) {
-    if (countdown == 0 || --countdown > 0) return;
-    throw Brix::CorruptionDetectedException(std::string("Shoal table damaged at ") + what);
-  }
-  mutable std::uint32_t readsToFault_ = 0;
-  mutable std::uint32_t stepsToFault_ = 0;
+  mutable DamageAt damageAt_ = DamageAt::nothing;
+  mutable std::uint32_t damageLeft_[2] = {0, 0};
+  mutable std::string damageMessage_;
   mutable std::uint32_t corruptionReports_ = 0;
   mutable Brix::String lastCorruption_;
 };
@@ -66,12 +75,15 @@ class ShoalMap : public ShoalMapBase {
 
   // The record of `key`, or the default record; `found` tells which. May raise.
   R get(K const& key, bool* found = nullptr) const {
-    readCheck();
+    damageCheck(read);
     auto const* n = map().lookupNodeG(key);
     if (found) *found = n != nullptr;
     return n ? n->value : R{};
   }
-  bool has(K const& key) const noexcept { return values_.has(key); }
+  bool has(K const& key) const {
+    damageCheck(read);
+    return values_.has(key);
+  }
 
   // The walk: the first entry, then the one after the last returned. False at the end. May raise.
   bool first(IterHint& hint, K* key, R* record = nullptr) const {
@@ -79,13 +91,38 @@ class ShoalMap : public ShoalMapBase {
     return next(hint, key, record);
   }
   bool next(IterHint& hint, K* key, R* record = nullptr) const {
-    stepCheck();
+    damageCheck(step);
     auto const* n = map().liveNodeFrom(hint.next);
     if (!n) return false;
     ++hint.next;
     *key = n->key;
     if (record) *record = n->value;
     return true;
+  }
+
+  // The reader's side of damage, as every reader handles it: a damaged read is reported to the
+  // table and gives the default record; a damaged step is reported and ends the walk there.
+  R readOrDefault(K const& key) const {
+    try {
+      return get(key);
+    } catch (Brix::CorruptionDetectedException const& e) {
+      doCorruptionDetected(Brix::String(e.what()));
+      return R{};
+    }
+  }
+  template <class F>
+  void walkUntilDamaged(F&& f) const {
+    IterHint hint;
+    K key;
+    auto step = [&](bool isFirst) {
+      try {
+        return isFirst ? first(hint, &key) : next(hint, &key);
+      } catch (Brix::CorruptionDetectedException const& e) {
+        doCorruptionDetected(Brix::String(e.what()));
+        return false;
+      }
+    };
+    for (bool more = step(true); more; more = step(false)) f(key);
   }
 
   // The writer's side, the process that owns the table or a test: the mutators of a values

@@ -198,8 +198,7 @@ TEST(EntityJson, ShoalTablesWithoutTrippingTheirHooks) {
   Bridging::HostKey key(VlanId(10), mac);
   status->shoalFdbStatusIs(
       key, Shoal::Bridging::ShoalFdbStatus(key, IntfId("Ethernet1"), 12.5, 2, Bridging::EntryType::learnedDynamicMac));
-  status->shoalFdbStatus().corruptReadIs(1);
-  status->shoalFdbStatus().corruptWalkStepIs(1);
+  status->shoalFdbStatus().damageIs(Shoal::ShoalMapBase::DamageAt::nthOfEach, 1);
   EXPECT_EQ(toJson(*status).dump(1), json(R"j({"shoalFdbStatus": {"(10, 00:1c:73:00:00:01)":
     "key=(10, 00:1c:73:00:00:01), intf=Ethernet1, lastMoveTime=12.5, moves=2, entryType=learnedDynamicMac, flags=0"}})j"));
   EXPECT_THROW(status->shoalFdbStatus().get(key), Brix::CorruptionDetectedException) << "the dump read no entry";

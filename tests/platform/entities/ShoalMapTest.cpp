@@ -21,27 +21,10 @@ ShoalFdbStatus entryOf(int i) {
   return ShoalFdbStatus(keyOf(i), Lanx::IntfId("Ethernet1"), 100.0 + i, 1, Bridging::EntryType::learnedDynamicMac);
 }
 
-// The reader's side of a read by key.
-ShoalFdbStatus readEntry(Table const& table, HostKey const& key, bool* found) {
-  try {
-    return table.get(key, found);
-  } catch (Brix::CorruptionDetectedException const& e) {
-    table.doCorruptionDetected(e.what());
-    *found = false;
-    return ShoalFdbStatus();
-  }
-}
-
-// The reader's side of a walk: what it saw before any damage stopped it.
+// What a reader saw of a walk before any damage stopped it.
 std::vector<HostKey> walkKeys(Table const& table) {
   std::vector<HostKey> keys;
-  try {
-    Shoal::IterHint hint;
-    HostKey key;
-    for (bool more = table.first(hint, &key); more; more = table.next(hint, &key)) keys.push_back(key);
-  } catch (Brix::CorruptionDetectedException const& e) {
-    table.doCorruptionDetected(e.what());
-  }
+  table.walkUntilDamaged([&](HostKey const& k) { keys.push_back(k); });
   return keys;
 }
 
@@ -64,41 +47,59 @@ TEST_F(ShoalMapTest, AbsentKeyGivesTheDefaultRecordAndNotFound) {
   EXPECT_EQ(table.corruptionReports(), 0u);
 }
 
-TEST_F(ShoalMapTest, ChosenReadRaisesOnceAndTheReaderTakesTheDefault) {
-  status->shoalFdbStatusIs(keyOf(1), entryOf(1));  // writes are not reads: no countdown
-  table.corruptReadIs(2);
-  bool found = false;
-  EXPECT_EQ(readEntry(table, keyOf(1), &found), entryOf(1));
-  EXPECT_TRUE(found);
-  EXPECT_THROW(table.get(keyOf(2)), Brix::CorruptionDetectedException) << "the second read from now";
-  EXPECT_EQ(table.get(keyOf(2)), entryOf(2)) << "and only that one";
-
-  table.corruptReadIs(1);
-  found = true;
-  EXPECT_EQ(readEntry(table, keyOf(2), &found), ShoalFdbStatus());
-  EXPECT_FALSE(found);
-  EXPECT_EQ(table.corruptionReports(), 1u);
-  EXPECT_EQ(table.lastCorruption(), Brix::String("Shoal table damaged at read"));
-  EXPECT_EQ(readEntry(table, keyOf(2), &found), entryOf(2));
-  EXPECT_EQ(table.corruptionReports(), 1u);
+// One script of accesses, alternating reads (get and has) and walk steps, under each kind of
+// damage: which of them raise, and with the caller's message.
+TEST_F(ShoalMapTest, DamageRaisesAtTheChosenAccesses) {
+  using At = Shoal::ShoalMapBase::DamageAt;
+  struct Case {
+    At at;
+    std::uint32_t n;
+    std::string raised;  // per access of the script: 'x' raised, '.' did not
+  };
+  for (auto const& c :
+       {Case{At::nothing, 1, "......"}, Case{At::every, 0, "xxxxxx"}, Case{At::nth, 1, "x....."},
+        Case{At::nth, 4, "...x.."}, Case{At::nthOfEach, 2, "..xx.."}, Case{At::nthOfEach, 3, "....xx"}}) {
+    table.damageIs(c.at, c.n, "bad page 7");
+    Shoal::IterHint hint;
+    HostKey key;
+    std::string raised;
+    for (int i = 0; i < 6; ++i) {
+      try {
+        if (i % 2 == 1) {
+          (void)table.next(hint, &key);
+        } else if (i == 2) {
+          (void)table.has(keyOf(1));  // has reads like get
+        } else {
+          (void)table.get(keyOf(1));
+        }
+        raised += '.';
+      } catch (Brix::CorruptionDetectedException const& e) {
+        EXPECT_STREQ(e.what(), "bad page 7");
+        raised += 'x';
+      }
+    }
+    EXPECT_EQ(raised, c.raised) << "damage kind " << int(c.at) << " n " << c.n;
+  }
+  table.damageIs(At::nothing);
 }
 
-TEST_F(ShoalMapTest, ChosenWalkStepRaisesAndTheReaderStopsThere) {
+// The readers' side: a damaged read gives the default and is reported; a damaged step ends the
+// walk where it stands, the end of a walk being a step too.
+TEST_F(ShoalMapTest, ReaderTakesTheDefaultOrStopsTheWalkAndReports) {
+  using At = Shoal::ShoalMapBase::DamageAt;
+  status->shoalFdbStatusIs(keyOf(1), entryOf(1));  // writes are not reads: no countdown
+  table.damageIs(At::nth, 1, "read damaged");
+  EXPECT_EQ(table.readOrDefault(keyOf(2)), ShoalFdbStatus());
+  EXPECT_EQ(table.lastCorruption(), Brix::String("read damaged"));
+  EXPECT_EQ(table.readOrDefault(keyOf(2)), entryOf(2));
+
   EXPECT_EQ(walkKeys(table), (std::vector<HostKey>{keyOf(1), keyOf(2), keyOf(3), keyOf(4)}));
-
-  table.corruptWalkStepIs(3);
-  bool found = false;
-  EXPECT_EQ(table.get(keyOf(4), &found), entryOf(4)) << "reads by key do not count as steps";
+  table.damageIs(At::nth, 3, "walk damaged");
   EXPECT_EQ(walkKeys(table), (std::vector<HostKey>{keyOf(1), keyOf(2)}));
-  EXPECT_EQ(table.corruptionReports(), 1u);
-  EXPECT_EQ(table.lastCorruption(), Brix::String("Shoal table damaged at walk"));
-
-  // The end of a walk is a step too.
-  table.corruptWalkStepIs(5);
+  table.damageIs(At::nth, 5);
   EXPECT_EQ(walkKeys(table).size(), 4u);
-  EXPECT_EQ(table.corruptionReports(), 2u);
-  EXPECT_EQ(walkKeys(table).size(), 4u);
-  EXPECT_EQ(table.corruptionReports(), 2u);
+  EXPECT_EQ(table.corruptionReports(), 3u);
+  EXPECT_EQ(table.lastCorruption(), Brix::String("Shoal table damaged"));
 }
 
 TEST_F(ShoalMapTest, WalkGivesRecordsAndSkipsDeletedEntries) {

@@ -47,6 +47,7 @@ TEST_F(TypeCodesTest, ValueTypesDecodeToTheirTextForms) {
   DUAL_LOG(rl.get(), &text, 5, "{mv} {mvp} {vipo} {vsp}", Bridging::HostKey(Bridging::VlanId(10), mac),
            Vxlan::MacVlanPair(mac, Bridging::VlanId(20)), Vxlan::VlanIpPair(30, IpGenAddr(v6)),
            Vxlan::VniSourcePair(IntfId("Vxlan1"), "evpn", vni, 2));
+  DUAL_LOG(rl.get(), &text, 5, "controller {mvt}", VxlanController::MacVtepV2(mac, IpAddr(10, 0, 0, 9), 3, 7));
   DUAL_LOG(rl.get(), &text, 5, "bfd {s} {t} family {f} {g} {h}", Bfd::OperState::up, Bfd::OperState::adminDown,
            AddressFamily::inet, AddressFamily::ipv6, static_cast<AddressFamily>(9));
 
@@ -56,6 +57,7 @@ TEST_F(TypeCodesTest, ValueTypesDecodeToTheirTextForms) {
       "vlan 4094 0 4095 vni 0 4294967295 vrf red",
       "(10, 00:11:22:aa:bb:ff) (00:11:22:aa:bb:ff, 20) (30, 2001:db8::1) "
       "(5000, Vxlan1, evpn, flags=2)",
+      "controller macAddr=00:11:22:aa:bb:ff, vtepIp=10.0.0.9, seqNum=3, preference=7",
       "bfd up adminDown family ipv4 ipv6 9",
   };
   EXPECT_EQ(decodedTexts(), expected);
