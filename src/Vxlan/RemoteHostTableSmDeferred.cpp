@@ -33,7 +33,7 @@ void RemoteHostTableSm::NestedSm_VtiStatus::onAttribute(Brix::FieldId field, voi
 void RemoteHostTableSm::NestedSm_VtiStatus::handleVlanToVniMap(Bridging::VlanId vlanId) {
   RemoteHostTableSm* sm = owner();
   if (!sm || !sm->okToProcessEvents()) return;
-  Brix::String const intfId = input()->intfId().stringValue();
+  auto const intfId = input()->intfId().shortName();  // as every other handler names a VTI
   VXLAN_TRACE(5, "RemoteHostTableSm::VokVtiStatus({intfId})::handleVlanToVniMap({vlanId})", intfId, vlanId);
   Vxlan::VniSourcePair const vniSourcePair = input()->vlanToVniMap(vlanId);
   if (!vniSourcePair.isEq(Vxlan::VniSourcePair())) {
