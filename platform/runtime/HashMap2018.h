@@ -6,9 +6,15 @@
 // and every entry present when the walk reaches it is visited once. Tombstones are reclaimed
 // only while no walk is live. The order of a walk is insertion order, never a hash seed's.
 //
-// Slots are stored in segments that grow with the map, so a slot never moves while the map
-// grows; only a reclaim moves slots. A node pointer is therefore valid until the next erase
-// outside a walk, or the end of a walk.
+// Slots are stored in segments that grow with the map, so inserts, lookups and walks never move
+// a node. Only removing entries (deleteMemberG, _memberDelAll) may, by reclaiming tombstones:
+// at once outside a walk, and when the last walk ends for removals made during walks. A node
+// pointer therefore keeps pointing at its entry until the next removal, or, for a removal made
+// during a walk, until the last walk ends.
+//
+// Memory follows the entries: a reclaim gives back the segments the live slots no longer need
+// and shrinks the index to a load of at least a quarter; during a walk an erase shrinks the index
+// once the entries fill an eighth of it; a map emptied outside a walk holds nothing.
 #pragma once
 
 #include <algorithm>
@@ -96,33 +102,40 @@ class HashMap2018 {
     }
     std::uint32_t s = index_[b].slot;
     eraseIndexAt(b);
-    Node& n = slot(s);
-    V v = std::move(n.value);
-    n.value = V{};
+    V v = std::exchange(slot(s).value, V{});
     markDead(s);
     --live_;
+    erasedInWalk_ |= walkers_ > 0;
+    // The value goes once the entry is gone (its destructor may look at this map), and before
+    // a reclaim moves slots.
     if (out) *out = std::move(v);
-    v = V{};  // a value that holds a use is released before a reclaim moves slots
-    maybeReclaim();
+    v = V{};
+    // Outside a walk a reclaim comes at every halving and sizes the index itself.
+    if (!maybeReclaim() && walkers_ > 0 && indexOversized()) rebuildIndex(shrunkIndexSize());
     return true;
   }
 
-  // Removes every entry. A walk that is live sees none of them after this.
+  // Removes every entry. A walk that is live sees none of them after this. The values are
+  // released after the map is empty: their destructors may look at it.
   void _memberDelAll() {
-    if (walkers_ > 0) {
-      for (std::uint32_t s = 0; s < count_; ++s) {
-        if (!isDead(s)) {
-          markDead(s);
-          slot(s).value = V{};
-        }
-      }
-      std::fill(index_.begin(), index_.end(), Bucket{});
-      live_ = 0;
+    if (walkers_ == 0) {
+      HashMap2018 old;
+      swap(old);
       return;
     }
-    // Release the values first: their destructors may look at this map.
-    HashMap2018 old;
-    swap(old);
+    std::uint32_t const n = count_;
+    std::vector<std::uint64_t> const wasDead(dead_);
+    for (std::uint32_t s = 0; s < n; ++s) dead_[s >> 6] |= std::uint64_t{1} << (s & 63);
+    deadCount_ = n;
+    live_ = 0;
+    erasedInWalk_ = true;
+    std::vector<Bucket>().swap(index_);
+    // Pinned while the values go: a destructor may insert, erase, or end the walk.
+    ++walkers_;
+    for (std::uint32_t s = 0; s < n; ++s) {
+      if (!((wasDead[s >> 6] >> (s & 63)) & 1u)) (void)std::exchange(slot(s).value, V{});
+    }
+    walkerDone();
   }
   void emptyAllBuckets() { _memberDelAll(); }
 
@@ -224,7 +237,7 @@ class HashMap2018 {
 
   // Bytes this map holds beyond its own object, for memory reports.
   std::size_t memoryBytes() const noexcept {
-    return index_.size() * sizeof(Bucket) + dead_.size() * sizeof(std::uint64_t) +
+    return index_.size() * sizeof(Bucket) + dead_.capacity() * sizeof(std::uint64_t) +
            segmentCapacity(segments_.size()) * sizeof(Node) + segments_.capacity() * sizeof(void*);
   }
 
@@ -317,12 +330,12 @@ class HashMap2018 {
   }
 
   Node* insertNew(K const& key, V&& value, std::uint64_t h) {
-    // Reclaim before sizing: a reclaim of a map with no live entry leaves it with no segment
-    // and no index.
-    if (count_ == segmentCapacity(segments_.size()) && walkers_ == 0 && deadCount_ > 0 && deadCount_ * 4 >= count_) {
-      reclaim();
+    if (count_ == segmentCapacity(segments_.size())) {
+      // Growing past a quarter of tombstones: the next erase outside a walk reclaims them and
+      // gives the spare segment back. Never here, where the caller may hold node pointers.
+      if (deadCount_ * 4 >= count_ && deadCount_ > 0) reclaimDue_ = true;
+      addSegment();
     }
-    if (count_ == segmentCapacity(segments_.size())) addSegment();
     if ((live_ + 1) * 5 > index_.size() * 4) growIndex();  // load at most 0.8
     std::uint32_t s = count_;
     ::new (static_cast<void*>(&slot(s))) Node{key, std::move(value)};
@@ -338,8 +351,15 @@ class HashMap2018 {
     segments_.emplace_back(static_cast<Node*>(::operator new (n * sizeof(Node), std::align_val_t{alignof(Node)})));
   }
 
-  void growIndex() {
-    std::size_t n = index_.empty() ? 16 : index_.size() * 2;
+  void growIndex() { rebuildIndex(index_.empty() ? 16 : index_.size() * 2); }
+
+  // The index for the live entries at a load of a quarter to a half; none for no entry.
+  std::size_t shrunkIndexSize() const noexcept {
+    return live_ == 0 ? 0 : std::max<std::size_t>(16, std::bit_ceil(std::size_t{live_} * 2));
+  }
+  bool indexOversized() const noexcept { return index_.size() > 16 && std::size_t{live_} * 8 < index_.size(); }
+  // Reads the buckets alone, never a slot, so it may run during a walk.
+  void rebuildIndex(std::size_t n) {
     std::vector<Bucket> old(n, Bucket{});
     old.swap(index_);
     for (Bucket const& e : old) {
@@ -350,16 +370,24 @@ class HashMap2018 {
     }
   }
 
-  void maybeReclaim() {
-    if (walkers_ == 0 && deadCount_ > 8 && deadCount_ * 2 > count_) reclaim();
+  bool maybeReclaim() {
+    bool due =
+        walkers_ == 0 && deadCount_ > 0 && (live_ == 0 || reclaimDue_ || (deadCount_ > 8 && deadCount_ * 2 > count_));
+    if (due) reclaim();
+    return due;
   }
   void walkerDone() {
-    if (--walkers_ == 0 && deadCount_ > 8 && deadCount_ * 2 > count_) reclaim();
+    if (--walkers_ == 0 && erasedInWalk_) {
+      erasedInWalk_ = false;
+      maybeReclaim();
+    }
   }
 
-  // Moves the live slots down over the tombstones and rebuilds the index.
+  // Moves the live slots down over the tombstones and rebuilds the index; a map with no live
+  // entry is left with no segment and no index.
   void reclaim() {
     assert(walkers_ == 0);
+    reclaimDue_ = false;
     if (live_ == 0) {
       HashMap2018 old;
       swap(old);
@@ -377,11 +405,16 @@ class HashMap2018 {
     for (std::uint32_t s = to; s < count_; ++s) slot(s).~Node();
     count_ = to;
     deadCount_ = 0;
-    std::fill(dead_.begin(), dead_.end(), 0);
-    dead_.resize((count_ + 63) / 64);
+    std::size_t const words = (count_ + 63) / 64;
+    if (dead_.capacity() > 2 * words) dead_ = std::vector<std::uint64_t>(words, 0);
+    dead_.assign(words, 0);
     // Keep the segments the live slots need and one spare, so a map that shrank gives memory back.
     while (segments_.size() > 1 && segmentCapacity(segments_.size() - 2) >= count_) segments_.pop_back();
-    std::fill(index_.begin(), index_.end(), Bucket{});
+    if (indexOversized()) {
+      std::vector<Bucket>(shrunkIndexSize(), Bucket{}).swap(index_);
+    } else {
+      std::fill(index_.begin(), index_.end(), Bucket{});
+    }
     for (std::uint32_t s = 0; s < count_; ++s) indexPut(s, hashOf(slot(s).key));
   }
 
@@ -398,6 +431,8 @@ class HashMap2018 {
     std::swap(live_, o.live_);
     std::swap(deadCount_, o.deadCount_);
     std::swap(walkers_, o.walkers_);
+    std::swap(reclaimDue_, o.reclaimDue_);
+    std::swap(erasedInWalk_, o.erasedInWalk_);
   }
 
   std::vector<Segment> segments_;
@@ -407,6 +442,8 @@ class HashMap2018 {
   std::uint32_t live_ = 0;
   std::uint32_t deadCount_ = 0;
   std::uint32_t walkers_ = 0;
+  bool reclaimDue_ = false;    // an insert grew the map past many tombstones
+  bool erasedInWalk_ = false;  // reclaim when the last walk ends
 };
 
 }  // namespace Vok
