@@ -52,6 +52,8 @@ class Runner {
   // for a step that the library refuses.
   void stepRun(std::size_t i);
   RunResult const& result() const noexcept { return result_; }
+  // The dump of switch A (0) or B (1) as of the last step run, which expectations read.
+  Flat const& dump(std::size_t switchIndex) const noexcept { return trackers_[switchIndex]->flat(); }
 
  private:
   Pair& pair_;
