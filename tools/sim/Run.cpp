@@ -20,16 +20,19 @@ Flat flattenSwitch(Switch const& s) {
   return out;
 }
 
-SwitchTracker::SwitchTracker(Switch const& s) : switch_(s), flat_(flattenSwitch(s)) {
+SwitchTracker::SwitchTracker(Switch const& s)
+    : switch_(s), children_(containerChildren(*s.container())), flat_(flattenSwitch(s)) {
   s.forEachEntity([&](std::string_view name, auto const& ptr, bool) {
     using E = typename std::decay_t<decltype(ptr)>::element_type;
     watches_.push_back(std::make_unique<Watch<E>>(Brix::Ptr<E const>(ptr), std::string(name) + ".", touched_));
   });
 }
 
-// The container publishes nothing of its children's comings and goings; there are few of them.
+// The container publishes nothing of its children's comings and goings; there are few of them,
+// and their lines are touched only when the list differs from the last one read.
 void SwitchTracker::containerRead() {
   auto present = containerChildren(*switch_.container());
+  if (present == children_) return;
   for (std::string_view child : containerChildNames()) {
     std::string line = "container." + std::string(child);
     auto it = std::find_if(present.begin(), present.end(), [&](auto const& p) { return p.first == child; });
@@ -39,6 +42,7 @@ void SwitchTracker::containerRead() {
       touched_.lineGone(std::move(line));
     }
   }
+  children_ = std::move(present);
 }
 
 std::vector<Change> SwitchTracker::take() {
@@ -58,7 +62,8 @@ std::vector<Change> SwitchTracker::take() {
       it->second = std::move(*value);
     }
   }
-  touched_.lines().clear();
+  // Not clear(): that wipes every bucket the largest step ever needed, at every step.
+  touched_.lines() = {};
   NaturalLess less;
   std::sort(out.begin(), out.end(), [&](Change const& a, Change const& b) { return less(a.name, b.name); });
   return out;

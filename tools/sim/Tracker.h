@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <unordered_map>
 #include <utility>
@@ -151,6 +152,7 @@ class SwitchTracker {
   Switch const& switch_;
   Touched touched_;
   std::vector<std::unique_ptr<WatchBase>> watches_;
+  std::vector<std::pair<std::string_view, std::string_view>> children_;  // the container's, as last read
   Flat flat_;
 };
 
