@@ -3,6 +3,7 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "CommandLine.h"
 #include "LongScenario.h"
 
 int main(int argc, char** argv) {
@@ -14,14 +15,7 @@ int main(int argc, char** argv) {
   app.add_option("--steps", shape.steps, "Steps, the first of which builds the pair")->capture_default_str();
   app.add_option("--flaps", shape.flaps, "Peer link cuts, each restored two steps later")->capture_default_str();
   app.add_option("--swaps", shape.swaps, "Role swaps")->capture_default_str();
-  try {
-    app.parse(argc, argv);
-  } catch (CLI::CallForHelp const& e) {
-    return app.exit(e);
-  } catch (CLI::ParseError const& e) {
-    app.exit(e);
-    return 2;
-  }
+  if (auto exitCode = Sim::commandLineParse(app, argc, argv)) return *exitCode;
   try {
     std::cout << Sim::longScenarioText(shape);
   } catch (std::invalid_argument const& e) {
