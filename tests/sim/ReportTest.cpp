@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 #include <yaml-cpp/yaml.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "Dump.h"
+#include "LongScenario.h"
 #include "Pair.h"
 #include "Paths.h"
 #include "Run.h"
@@ -51,6 +53,43 @@ TEST(ReportTest, TheDiffFoldsRunsOfEqualChangesOnly) {
   EXPECT_EQ(changes[4].name, "shared[5]");  // another value
   EXPECT_EQ(changes[5].name, "shared[7]");  // not next to 5
   EXPECT_TRUE(Sim::diffEntity(before, before, "e").empty());
+}
+
+// The dump a run follows from notifications is the dump read afresh, after every step: of every
+// example, of a long run, and of members removed and replaced under their key.
+TEST(ReportTest, TheFollowedDumpIsTheDumpReadAfresh) {
+  std::vector<Sim::Scenario> scenarios;
+  for (auto const& f : std::filesystem::directory_iterator(MLAGVXLAN_EXAMPLES_DIR)) {
+    if (f.path().extension() == ".yaml") scenarios.push_back(Sim::loadScenario(f.path().string()));
+  }
+  scenarios.push_back(
+      Sim::parseScenario(Sim::longScenarioText({.vlans = 40, .steps = 30, .flaps = 4, .swaps = 2}), "long.yaml"));
+  scenarios.push_back(Sim::parseScenario(R"(
+steps:
+  - A:
+      vti:
+        Vxlan1: {localVtepAddr: 10.0.0.1, vlanToVni: {10: 10010, 11: 10011}}
+        Vxlan2: {vlanToVni: {12: 10012}}
+  - A: {vti: {Vxlan2: ~}}
+  - advance: 1
+)",
+                                         "members.yaml"));
+  for (auto const& sc : scenarios) {
+    Sim::Pair p;
+    std::ostringstream out;
+    Sim::Runner run(p, sc, out);
+    for (std::size_t i = 0; i < sc.steps.size(); ++i) {
+      if (sc.file == "members.yaml" && i == 2) {
+        Brix::Ptr<Vxlan::VtiStatus> other = Brix::newNode<Vxlan::VtiStatus>(Vxlan1);
+        other->vlanToVniMapIs(Bridging::VlanId(10),
+                              Vxlan::VniSourcePair(Vxlan1, Brix::String("static"), Vxlan::VniExtOrNone(20010u)));
+        p.a.vtiStatusDir->vtiStatusIs(Vxlan1, other);
+      }
+      run.stepRun(i);
+      EXPECT_TRUE(run.dump(0) == Sim::flattenSwitch(p.a)) << sc.file << " step " << i + 1;
+      EXPECT_TRUE(run.dump(1) == Sim::flattenSwitch(p.b)) << sc.file << " step " << i + 1;
+    }
+  }
 }
 
 TEST(ReportTest, ExpectationsLookAtValuesMembersAndCounts) {

@@ -35,6 +35,8 @@ TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
   Refusal const cases[] = {
       {"steps: [\n", 2, "not valid YAML"},
       {"- 1\n- 2\n", 1, "a scenario is a map"},
+      {"", 1, "a scenario is a map"},
+      {"# nothing but a comment\n\n", 1, "a scenario is a map"},
       {"name: x\n", 1, "needs steps"},
       {"steps: []\n", 1, "needs steps"},
       {"stepz:\n  - A: {role: primary}\n", 1, "unknown key 'stepz'"},

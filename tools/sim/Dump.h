@@ -53,24 +53,28 @@ void forEachEntry(A const& attr, F&& f) {
 
 }  // namespace DumpImpl
 
-template <class E>
-void flatten(E const& e, std::string const& prefix, Flat& out) {
+// Calls f(line, value) for every line of `e`'s dump, each line starting with `prefix`.
+template <class E, class F>
+void forEachLine(E const& e, std::string const& prefix, F&& f) {
   e.vokForEachAttribute([&](std::string_view name, Brix::FieldId, auto const& attr) {
     using A = std::decay_t<decltype(attr)>;
     std::string base = prefix + std::string(name);
-    if constexpr (Vok::Attr::KeyAttr<A>) {
-      // A member's own key: it also makes a member with nothing else set visible.
-      out[base] = text(attr.get());
-    } else if constexpr (Vok::Attr::ScalarAttr<A>) {
-      out[base] = text(attr.get());
+    if constexpr (Vok::Attr::KeyAttr<A> || Vok::Attr::ScalarAttr<A>) {
+      // A member's own key among them: it also makes a member with nothing else set visible.
+      f(std::move(base), text(attr.get()));
     } else if constexpr (Vok::Attr::MembersAttr<A>) {
       DumpImpl::forEachEntry(attr, [&](auto const& k, auto const& m) {
-        if (m) flatten(*m, base + "[" + text(k) + "].", out);
+        if (m) forEachLine(*m, base + "[" + text(k) + "].", f);
       });
     } else if constexpr (Vok::Attr::ValuesAttr<A>) {
-      DumpImpl::forEachEntry(attr, [&](auto const& k, auto const& v) { out[base + "[" + text(k) + "]"] = text(v); });
+      DumpImpl::forEachEntry(attr, [&](auto const& k, auto const& v) { f(base + "[" + text(k) + "]", text(v)); });
     }
   });
+}
+
+template <class E>
+void flatten(E const& e, std::string const& prefix, Flat& out) {
+  forEachLine(e, prefix, [&](std::string line, std::string value) { out[std::move(line)] = std::move(value); });
 }
 
 template <class E>

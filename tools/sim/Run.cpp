@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <exception>
 #include <map>
+#include <memory>
 #include <set>
 
 #include "TraceSink.h"
@@ -16,6 +17,55 @@ Flat flattenSwitch(Switch const& s) {
   Flat out;
   s.forEachEntity([&](std::string_view name, auto const& ptr, bool) { flatten(*ptr, std::string(name) + ".", out); });
   for (auto const& [child, cls] : containerChildren(*s.container())) out["container." + std::string(child)] = cls;
+  return out;
+}
+
+SwitchTracker::SwitchTracker(Switch const& s)
+    : switch_(s), children_(containerChildren(*s.container())), flat_(flattenSwitch(s)) {
+  s.forEachEntity([&](std::string_view name, auto const& ptr, bool) {
+    using E = typename std::decay_t<decltype(ptr)>::element_type;
+    watches_.push_back(std::make_unique<Watch<E>>(Brix::Ptr<E const>(ptr), std::string(name) + ".", touched_));
+  });
+}
+
+// The container publishes nothing of its children's comings and goings; there are few of them,
+// and their lines are touched only when the list differs from the last one read.
+void SwitchTracker::containerRead() {
+  auto present = containerChildren(*switch_.container());
+  if (present == children_) return;
+  for (std::string_view child : containerChildNames()) {
+    std::string line = "container." + std::string(child);
+    auto it = std::find_if(present.begin(), present.end(), [&](auto const& p) { return p.first == child; });
+    if (it != present.end()) {
+      touched_.lineIs(std::move(line), std::string(it->second));
+    } else {
+      touched_.lineGone(std::move(line));
+    }
+  }
+  children_ = std::move(present);
+}
+
+std::vector<Change> SwitchTracker::take() {
+  containerRead();
+  std::vector<Change> out;
+  for (auto& [line, value] : touched_.lines()) {
+    auto it = flat_.find(line);
+    if (!value) {
+      if (it == flat_.end()) continue;
+      out.push_back(Change{'-', line, std::move(it->second), {}, 1});
+      flat_.erase(it);
+    } else if (it == flat_.end()) {
+      out.push_back(Change{'+', line, {}, *value, 1});
+      flat_.emplace(line, std::move(*value));
+    } else if (it->second != *value) {
+      out.push_back(Change{'~', line, it->second, *value, 1});
+      it->second = std::move(*value);
+    }
+  }
+  // Not clear(): that wipes every bucket the largest step ever needed, at every step.
+  touched_.lines() = {};
+  NaturalLess less;
+  std::sort(out.begin(), out.end(), [&](Change const& a, Change const& b) { return less(a.name, b.name); });
   return out;
 }
 
@@ -38,21 +88,21 @@ Found look(Flat const& flat, Probe const& p) {
       break;
     }
     case Probe::Kind::entity: {
+      // The lines under a prefix that ends in a separator stand together in the dump's order.
       std::string const dot = p.line + ".";
       std::string const bracket = p.line + "[";
-      for (auto const& [k, v] : flat) {
-        if (k == p.line || startsWith(k, dot) || startsWith(k, bracket)) {
-          f.present = true;
-          break;
-        }
-      }
+      auto under = [&](std::string const& head) {
+        auto it = flat.lower_bound(head);
+        return it != flat.end() && startsWith(it->first, head);
+      };
+      f.present = flat.count(p.line) > 0 || under(dot) || under(bracket);
       break;
     }
     case Probe::Kind::collection: {
       std::string const bracket = p.line + "[";
       std::set<std::string_view> keys;
-      for (auto const& [k, v] : flat) {
-        if (!startsWith(k, bracket)) continue;
+      for (auto it = flat.lower_bound(bracket); it != flat.end() && startsWith(it->first, bracket); ++it) {
+        std::string const& k = it->first;
         std::size_t close = k.find(']', bracket.size());
         if (close != std::string::npos) keys.insert(std::string_view(k).substr(bracket.size(), close - bracket.size()));
       }
@@ -103,34 +153,40 @@ std::vector<Change> fold(std::vector<Change> const& in) {
   return out;
 }
 
+// Whole-line changes, in the dump's order, by entity name, each row named without its entity
+// and runs folded.
+std::map<std::string, std::vector<Change>> byEntity(std::vector<Change> lines) {
+  std::map<std::string, std::vector<Change>> raw;
+  for (Change& c : lines) {
+    std::size_t const dot = c.name.find('.');
+    std::string entity = c.name.substr(0, dot);
+    if (dot != std::string::npos) c.name.erase(0, dot + 1);
+    raw[std::move(entity)].push_back(std::move(c));
+  }
+  for (auto& [entity, changes] : raw) changes = fold(changes);
+  return raw;
+}
+
 // One pass over both dumps: the changes of every entity, by entity name.
 std::map<std::string, std::vector<Change>> diffAll(Flat const& before, Flat const& after) {
-  std::map<std::string, std::vector<Change>> raw;
-  auto entityOf = [](std::string const& line) { return line.substr(0, line.find('.')); };
-  auto rest = [](std::string const& line) {
-    std::size_t dot = line.find('.');
-    return dot == std::string::npos ? line : line.substr(dot + 1);
-  };
+  std::vector<Change> lines;
   NaturalLess less;
   auto b = before.begin();
   auto a = after.begin();
   while (b != before.end() || a != after.end()) {
     if (a == after.end() || (b != before.end() && less(b->first, a->first))) {
-      raw[entityOf(b->first)].push_back(Change{'-', rest(b->first), b->second, {}, 1});
+      lines.push_back(Change{'-', b->first, b->second, {}, 1});
       ++b;
     } else if (b == before.end() || less(a->first, b->first)) {
-      raw[entityOf(a->first)].push_back(Change{'+', rest(a->first), {}, a->second, 1});
+      lines.push_back(Change{'+', a->first, {}, a->second, 1});
       ++a;
     } else {
-      if (a->second != b->second) {
-        raw[entityOf(a->first)].push_back(Change{'~', rest(a->first), b->second, a->second, 1});
-      }
+      if (a->second != b->second) lines.push_back(Change{'~', a->first, b->second, a->second, 1});
       ++a;
       ++b;
     }
   }
-  for (auto& [entity, changes] : raw) changes = fold(changes);
-  return raw;
+  return byEntity(std::move(lines));
 }
 
 constexpr std::size_t rowLimit = 40;
@@ -202,83 +258,89 @@ std::vector<Change> diffEntity(Flat const& before, Flat const& after, std::strin
   return it == all.end() ? std::vector<Change>{} : it->second;
 }
 
-RunResult runScenario(Pair& pair, Scenario const& sc, std::ostream& out, RunOptions const& options) {
-  Switch* switches[2] = {&pair.a, &pair.b};
+Runner::Runner(Pair& pair, Scenario const& sc, std::ostream& out, RunOptions const& options)
+    : pair_(pair), sc_(sc), out_(out), options_(options) {
   pair.delayIs(sc.delay);
   pair.settle();
-  Flat flats[2] = {flattenSwitch(pair.a), flattenSwitch(pair.b)};
-  RunResult result;
-
-  if (!options.quiet) {
+  trackers_[0] = std::make_unique<SwitchTracker>(pair.a);
+  trackers_[1] = std::make_unique<SwitchTracker>(pair.b);
+  if (!options_.quiet) {
     if (!sc.name.empty()) out << sc.name << '\n';
     if (!sc.description.empty()) out << sc.description << '\n';
     out << fmt::format("{} steps, peer link delay {} s\n", sc.steps.size(), sc.delay);
   }
-  bool const showProgress = options.progress && sc.steps.size() >= options.progressFrom;
+}
 
-  for (std::size_t i = 0; i < sc.steps.size(); ++i) {
-    Step const& step = sc.steps[i];
-    std::string const title = stepTitle(sc, i, pair.now());
-    if (showProgress) *options.progress << '\r' << title.substr(0, 100) << std::flush;
-    if (!options.quiet) out << '\n' << title << '\n';
-    try {
-      if (step.at) pair.advanceTo(*step.at);
-      if (step.linkUp) pair.linkUpIs(*step.linkUp);
-      if (step.delay) pair.delayIs(*step.delay);
-      for (std::size_t s = 0; s < 2; ++s) {
-        Acting acting(switches[s]->name());
-        for (auto const& op : step.inputs[s]) op(*switches[s]);
-      }
-      pair.settle();
-      if (step.advance) pair.advanceBy(*step.advance);
-    } catch (std::exception const& e) {
-      throw ScenarioError(step.line, std::string("the library refused this step: ") + e.what(), sc.file);
+void Runner::stepRun(std::size_t i) {
+  Switch* switches[2] = {&pair_.a, &pair_.b};
+  Step const& step = sc_.steps[i];
+  std::string const title = stepTitle(sc_, i, pair_.now());
+  bool const showProgress = options_.progress && sc_.steps.size() >= options_.progressFrom;
+  if (showProgress) *options_.progress << '\r' << title.substr(0, 100) << std::flush;
+  if (!options_.quiet) out_ << '\n' << title << '\n';
+  try {
+    if (step.at) pair_.advanceTo(*step.at);
+    if (step.linkUp) pair_.linkUpIs(*step.linkUp);
+    if (step.delay) pair_.delayIs(*step.delay);
+    for (std::size_t s = 0; s < 2; ++s) {
+      Acting acting(switches[s]->name());
+      for (auto const& op : step.inputs[s]) op(*switches[s]);
     }
-
-    Flat now[2] = {flattenSwitch(pair.a), flattenSwitch(pair.b)};
-    if (!options.quiet) {
-      bool any = false;
-      for (std::size_t s = 0; s < 2; ++s) {
-        auto changes = diffAll(flats[s], now[s]);
-        auto show = [&](std::string const& entity) {
-          auto it = changes.find(entity);
-          if (it == changes.end() || it->second.empty()) return;
-          printChanges(out, switches[s]->name() + " " + entity, it->second);
-          any = true;
-        };
-        show("container");
-        switches[s]->forEachEntity([&](std::string_view name, auto const&, bool reported) {
-          if (reported) show(std::string(name));
-        });
-      }
-      if (!any) out << "  (no change)\n";
-    }
-
-    bool headerShown = !options.quiet;
-    for (Expectation const& e : step.expect) {
-      std::string found;
-      bool ok = expectationMet(now[e.switchIndex], e, found);
-      std::string const who = switches[e.switchIndex]->name();
-      if (ok) {
-        ++result.met;
-        if (!options.quiet) out << fmt::format("  ok    {} {}: {}\n", who, e.probe.line, expected(e));
-        continue;
-      }
-      ++result.failed;
-      if (!headerShown) {
-        out << title << '\n';
-        headerShown = true;
-      }
-      out << fmt::format("  FAIL  {} {}: expected {}, found {}  ({}:{})\n", who, e.probe.line, expected(e), found,
-                         sc.file, e.line);
-    }
-    flats[0] = std::move(now[0]);
-    flats[1] = std::move(now[1]);
-    ++result.steps;
+    pair_.settle();
+    if (step.advance) pair_.advanceBy(*step.advance);
+  } catch (std::exception const& e) {
+    throw ScenarioError(step.line, std::string("the library refused this step: ") + e.what(), sc_.file);
   }
-  if (showProgress) *options.progress << '\n';
-  out << fmt::format("\n{} steps run, {} expectations met, {} not met\n", result.steps, result.met, result.failed);
-  return result;
+
+  std::vector<Change> lines[2] = {trackers_[0]->take(), trackers_[1]->take()};
+  if (!options_.quiet) {
+    bool any = false;
+    for (std::size_t s = 0; s < 2; ++s) {
+      auto changes = byEntity(std::move(lines[s]));
+      auto show = [&](std::string const& entity) {
+        auto it = changes.find(entity);
+        if (it == changes.end() || it->second.empty()) return;
+        printChanges(out_, switches[s]->name() + " " + entity, it->second);
+        any = true;
+      };
+      show("container");
+      switches[s]->forEachEntity([&](std::string_view name, auto const&, bool reported) {
+        if (reported) show(std::string(name));
+      });
+    }
+    if (!any) out_ << "  (no change)\n";
+  }
+
+  bool headerShown = !options_.quiet;
+  for (Expectation const& e : step.expect) {
+    std::string found;
+    bool ok = expectationMet(trackers_[e.switchIndex]->flat(), e, found);
+    std::string const who = switches[e.switchIndex]->name();
+    if (ok) {
+      ++result_.met;
+      if (!options_.quiet) out_ << fmt::format("  ok    {} {}: {}\n", who, e.probe.line, expected(e));
+      continue;
+    }
+    ++result_.failed;
+    if (!headerShown) {
+      out_ << title << '\n';
+      headerShown = true;
+    }
+    out_ << fmt::format("  FAIL  {} {}: expected {}, found {}  ({}:{})\n", who, e.probe.line, expected(e), found,
+                        sc_.file, e.line);
+  }
+  ++result_.steps;
+}
+
+RunResult Runner::run() {
+  for (std::size_t i = result_.steps; i < sc_.steps.size(); ++i) stepRun(i);
+  if (options_.progress && sc_.steps.size() >= options_.progressFrom) *options_.progress << '\n';
+  out_ << fmt::format("\n{} steps run, {} expectations met, {} not met\n", result_.steps, result_.met, result_.failed);
+  return result_;
+}
+
+RunResult runScenario(Pair& pair, Scenario const& sc, std::ostream& out, RunOptions const& options) {
+  return Runner(pair, sc, out, options).run();
 }
 
 std::string stateJson(Pair const& pair) {

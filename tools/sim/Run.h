@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "Dump.h"
 #include "Pair.h"
 #include "Scenario.h"
+#include "Tracker.h"
 
 namespace Sim {
 
@@ -32,18 +34,35 @@ Flat flattenSwitch(Switch const& s);
 // Whether the expectation holds in `flat`; `found` says what was there, in words.
 bool expectationMet(Flat const& flat, Expectation const& e, std::string& found);
 
-// One row of a diff; `count` keys in a row are folded into one, named "x[first..last]".
-struct Change {
-  char kind = '+';  // + added, - removed, ~ changed
-  std::string name;
-  std::string before;
-  std::string after;
-  std::size_t count = 1;
-};
-
 // What changed in one entity of a switch (the lines of `before` and `after` that start with
 // `entity` and a dot), consecutive numeric keys with the same change folded.
 std::vector<Change> diffEntity(Flat const& before, Flat const& after, std::string const& entity);
+
+// A scenario run step by step on a pair that has settled: the heading when made, then the report
+// and the expectations of each step as it runs.
+class Runner {
+ public:
+  Runner(Pair& pair, Scenario const& scenario, std::ostream& out, RunOptions const& options = {});
+  Runner(Runner const&) = delete;
+  Runner& operator=(Runner const&) = delete;
+
+  // Runs every step not run yet, then prints the closing line.
+  RunResult run();
+  // Runs step `i` (any step, again if need be: a benchmark repeats one). Raises ScenarioError
+  // for a step that the library refuses.
+  void stepRun(std::size_t i);
+  RunResult const& result() const noexcept { return result_; }
+  // The dump of switch A (0) or B (1) as of the last step run, which expectations read.
+  Flat const& dump(std::size_t switchIndex) const noexcept { return trackers_[switchIndex]->flat(); }
+
+ private:
+  Pair& pair_;
+  Scenario const& sc_;
+  std::ostream& out_;
+  RunOptions options_;
+  std::unique_ptr<SwitchTracker> trackers_[2];  // made once the pair has settled
+  RunResult result_;
+};
 
 // Raises ScenarioError for a step that the library refuses.
 RunResult runScenario(Pair& pair, Scenario const& scenario, std::ostream& out, RunOptions const& options = {});

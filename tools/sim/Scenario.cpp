@@ -1,5 +1,6 @@
 #include "Scenario.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -266,7 +267,8 @@ Scenario parseScenario(std::string_view text, std::string const& file) {
     } catch (YAML::ParserException const& e) {
       throw ScenarioError(e.mark.is_null() ? 0 : e.mark.line + 1, "not valid YAML: " + e.msg);
     }
-    if (!root.IsMap()) throw ScenarioError(lineOf(root), "a scenario is a map with a list of steps");
+    // An empty document has no node to point at: its first line stands for it.
+    if (!root.IsMap()) throw ScenarioError(std::max(1, lineOf(root)), "a scenario is a map with a list of steps");
     checkKeys(root, {"name", "description", "delay", "steps"}, "a scenario");
     if (auto name = root["name"]) sc.name = name.IsScalar() ? name.Scalar() : "";
     if (auto d = root["description"]) sc.description = d.IsScalar() ? d.Scalar() : "";

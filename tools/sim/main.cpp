@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 
+#include "CommandLine.h"
 #include "Pair.h"
 #include "Run.h"
 #include "Scenario.h"
@@ -73,14 +74,7 @@ int main(int argc, char** argv) {
   app.add_option("--trace", traceLevels, "Print the text trace at these levels, as in \"5,6\" or \"0-9\" or \"all\"");
   app.add_flag("-q,--quiet", quiet, "Print only unmet expectations and the closing line");
   app.add_flag("--show-builtin", showBuiltin, "Print the built-in scenario and exit");
-  try {
-    app.parse(argc, argv);
-  } catch (CLI::CallForHelp const& e) {
-    return app.exit(e);
-  } catch (CLI::ParseError const& e) {
-    app.exit(e);
-    return exitBadInput;
-  }
+  if (auto exitCode = Sim::commandLineParse(app, argc, argv)) return *exitCode;
 
   if (showBuiltin) {
     std::cout << Sim::builtinScenarioText();
