@@ -12,11 +12,7 @@
 #include "entities/Mlag/Status.h"
 #include "entities/Mlag/VxlanStatus.h"
 #include "entities/MlagP2p/HostTable.h"
-#include "entities/Routing/L2VpnConfig.h"
 #include "entities/Shoal/Status.h"
-#include "entities/Vxlan/ActiveArpIpTable.h"
-#include "entities/Vxlan/BumStatus.h"
-#include "entities/Vxlan/VtiStatus.h"
 #include "entities/VxlanController/VtepStatus.h"
 
 namespace {
@@ -107,53 +103,6 @@ TEST(EntityJson, P2pHostTableInInsertionOrder) {
     "(10, 00:1c:73:00:00:01)": "intf=Et1, lastMoveTime=7.5, moves=0, key=(10, 00:1c:73:00:00:01), entryType=1"}})j"));
 }
 
-TEST(EntityJson, VtiStatusDirWithAVti) {
-  auto dir = Brix::newNode<Vxlan::VtiStatusDir>();
-  auto vti = dir->vtiStatusIs(Vxlan1);
-  vti->localVtepAddrIs(vtep1);
-  vti->mlagVtepAddr6Is(Ip6Addr::parse("2001:db8::3"));
-  vti->vlanToVniMapIs(VlanId(10), Vxlan::VniSourcePair(Vxlan1, "static", Vxlan::VniExtOrNone(10010)));
-  vti->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(4001),
-                              Vxlan::VniSourcePair(Vxlan1, "evpn", Vxlan::VniExtOrNone(10020), 1));
-  EXPECT_EQ(toJson(*dir).dump(1), json(R"j({"vtiStatus": {"Vxlan1": {
-    "intfId": "Vxlan1",
-    "localVtepAddr": "10.0.0.1", "localVtepAddr6": "::",
-    "alternateVtepAddr": "0.0.0.0", "alternateVtepAddr6": "::",
-    "mlagVtepAddr": "0.0.0.0", "mlagVtepAddr6": "2001:db8::3",
-    "vlanToVniMap": {"10": "(10010, Vxlan1, static)"},
-    "extendedVlanToVniMap": {"4001": "(10020, Vxlan1, evpn, flags=1)"}}}})j"));
-}
-
-TEST(EntityJson, BumStatusWithAVtepList) {
-  auto bum = Brix::newNode<Vxlan::BumStatus>();
-  bum->bumReplicationModeIs(Vxlan::BumReplicationMode::headend);
-  auto list = bum->bumVtepListIs(Vxlan::MacVlanPair(EthAddr::broadcast(), VlanId(10)));
-  list->bumVtepIpListTypeIs(Vxlan::BumVtepIpListType::any);
-  list->remoteVtepAddrIs(vtep2, true);
-  list->remoteVtepAddrIs(vtep1, false);
-  list->remoteVtepAddr6Is(Ip6Addr::parse("2001:db8::2"), true);
-  EXPECT_EQ(toJson(*bum).dump(1), json(R"j({"bumReplicationMode": "headend", "bumVtepList": {
-    "(ff:ff:ff:ff:ff:ff, 10)": {"macVlanPair": "(ff:ff:ff:ff:ff:ff, 10)", "bumVtepIpListType": "any",
-                                "remoteVtepAddr": {"10.0.0.2": true, "10.0.0.1": false},
-                                "remoteVtepAddr6": {"2001:db8::2": true}}}})j"));
-}
-
-TEST(EntityJson, ActiveArpIpTable) {
-  auto t = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  t->remoteIpIs(Vxlan::VlanIpPair(10, host), true);
-  t->localIpIs(Vxlan::VlanIpPair(20, Ip6Addr::parse("2001:db8::5")), true);
-  t->arpSelectiveInstallIs(true);
-  t->l2LearningCapableIs(true);
-  t->localIpMacIs(Vxlan::VlanIpPair(10, IpAddr(10, 1, 0, 6)), EthAddr::broadcast());
-  t->validSviIs(VlanIdOrNone(10), true);
-  t->validSvi6Is(VlanIdOrNone(20), true);
-  EXPECT_EQ(toJson(*t).dump(1), json(R"j({
-    "remoteIp": {"(10, 10.1.0.5)": true}, "localIp": {"(20, 2001:db8::5)": true},
-    "arpSelectiveInstall": true, "arpSelectiveInstall2": false, "l2LearningCapable": true,
-    "localIpMac": {"(10, 10.1.0.6)": "ff:ff:ff:ff:ff:ff"},
-    "validSvi": {"10": true}, "validSvi6": {"20": true}})j"));
-}
-
 TEST(EntityJson, SourceDirEntryNestsVlanAndFloodSets) {
   auto sde = Brix::newNode<L2Rib::SourceDirEntry>();
   sde->sourceInitializedIs(true);
@@ -213,7 +162,7 @@ TEST(EntityJson, ShoalTablesWithoutTrippingTheirHooks) {
     "lastMoveTime=7.25, key=(00:1c:73:00:00:01, 10), vtepIp=10.0.0.1, flags=0"}})j"));
 }
 
-TEST(EntityJson, BfdArpInputAndL2VpnConfig) {
+TEST(EntityJson, BfdAndArpInput) {
   auto bfd = Brix::newNode<Bfd::StatusPeer>();
   bfd->peerStatusIs(Bfd::Peer("default", Vxlan1, 42, Bfd::Peer::typeVxlanTunnel, vtep2, vtep1))
       ->operStateIs(Bfd::OperState::up);
@@ -230,10 +179,6 @@ TEST(EntityJson, BfdArpInputAndL2VpnConfig) {
       "key=(Vlan10, 10.1.0.5), ethAddr=00:1c:73:00:00:01, kind=1, stateCode=0, metric=65535, generation=0"}},
     "red": {"name": "red", "ipv6": {}, "ipv4": {}}},
     "source": "dynamic"})j"));
-
-  auto l2vpn = Brix::newNode<Routing::L2Vpn::Config>();
-  l2vpn->l2LearningSwitch2Is(true);
-  EXPECT_EQ(toJson(*l2vpn).dump(1), json(R"j({"l2LearningSwitch1": false, "l2LearningSwitch2": true})j"));
 }
 
 }  // namespace
