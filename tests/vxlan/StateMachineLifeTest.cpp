@@ -287,7 +287,7 @@ TEST_F(StateMachineLife, ConstructionSubscribesBuildsReactorsThenRunsOwnFirstRun
               ElementsAre("watch ctor", "watch init", "watch level absent", "watch cleanup subscribed=0", "~watch"));
 }
 
-TEST_F(StateMachineLife, DispatchSelectsItsFieldsAndDropsEverythingWhileZombie) {
+TEST_F(StateMachineLife, DispatchSelectsItsFieldsDropsEverythingWhileZombieOrInactive) {
   parent->memberIs(1);
   auto sm = watch();
   takeEvents();
@@ -310,11 +310,8 @@ TEST_F(StateMachineLife, DispatchSelectsItsFieldsAndDropsEverythingWhileZombie) 
   parent->levelIs(6);
   parent->member(2)->valueIs(8);
   EXPECT_THAT(takeEvents(), ElementsAre("watch level 6", "watch member 2 value 8", "member 2 handled"));
-}
 
-TEST_F(StateMachineLife, NotificationActivityReachesChildrenAndReactorsAndRepeatsHarmlessly) {
-  parent->memberIs(1);
-  auto sm = watch();
+  // Notification activity reaches children and reactors, and repeats harmlessly.
   sm->leaf.is("A", parent, 1);
   sm->leaves.is("k", parent, 1);
   takeEvents();
