@@ -59,17 +59,14 @@ class LeafSm : public Vok::StateMachine {
   LeafSm(std::string name, Brix::Ptr<ParentEntity const> parent, int weight)
       : name_(std::move(name)), parent_(this, std::move(parent), &parentDispatch), weight_(weight) {
     if (weight_ < 0) throw std::invalid_argument("negative weight");
-    handleInitialized();
+    initialized_ = true;
+    ev("leaf " + name_ + " init");
   }
   ~LeafSm() override { ev("~leaf " + name_); }
 
   auto vokArgs() const { return std::tie(name_, parent_.ptr(), weight_); }
   std::string const& name() const noexcept { return name_; }
 
-  void handleInitialized() {
-    initialized_ = true;
-    ev("leaf " + name_ + " init");
-  }
   void handleLevel() {
     if (!initialized_ || !parent_) return;
     ev("leaf " + name_ + " level " + std::to_string(parent_->level()));
@@ -101,16 +98,13 @@ class WatchSm;
 class MemberReactor : public Vok::Reactor<WatchSm, MemberEntity> {
  public:
   MemberReactor(WatchSm* owner, Brix::Ptr<MemberEntity const> const& entry) : Reactor(owner, entry), id_(entry->id()) {
-    handleInitialized();
+    ev("member " + std::to_string(id_) + " init");
+    if (onMemberInit) onMemberInit(id_);
   }
   ~MemberReactor() override { ev("~member " + std::to_string(id_) + " owner=" + std::to_string(owner() != nullptr)); }
 
   static int keyOf(MemberEntity const& e) { return e.id(); }
 
-  void handleInitialized() {
-    ev("member " + std::to_string(id_) + " init");
-    if (onMemberInit) onMemberInit(id_);
-  }
   void onAttribute(Brix::FieldId field, void const* key) override;
 
  protected:

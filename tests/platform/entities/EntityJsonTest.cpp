@@ -68,7 +68,7 @@ TEST(EntityJson, VxlanStatusWithItsMembers) {
     "loopDetectionCapable": false})j"));
 }
 
-TEST(EntityJson, MlagStatusProtoStatusAndHostTable) {
+TEST(EntityJson, MlagStatusProtoStatusAndBothHostTables) {
   auto status = Brix::newNode<Mlag::Status>();
   status->mlagStateIs(Mlag::MlagState::secondary);
   status->peerLinkKnownIs(1);
@@ -91,14 +91,13 @@ TEST(EntityJson, MlagStatusProtoStatusAndHostTable) {
   hosts->hostEntryIs(Mlag::HostEntry("Ethernet1", 12.5, 2, Mlag::HostEntryKey(10, mac), 1));
   EXPECT_EQ(toJson(*hosts).dump(1), json(R"j({"hostEntry": {"(10, 00:1c:73:00:00:01)":
       "intf=Ethernet1, lastMoveTime=12.5, moves=2, key=(10, 00:1c:73:00:00:01), entryType=1, hostEntryFlag=0"}})j"));
-}
 
-TEST(EntityJson, P2pHostTableInInsertionOrder) {
-  auto hosts = Brix::newNode<MlagP2p::HostTable>();
+  // The peer's host table, in insertion order.
+  auto p2p = Brix::newNode<MlagP2p::HostTable>();
   EthAddr mac2(0x001c, 0x7300, 0x0002);
-  hosts->hostEntryIs(MlagP2p::HostEntry("Vxlan1:10.0.0.2", 105.25, 1, MlagP2p::HostEntryKey(20, mac2), 5));
-  hosts->hostEntryIs(MlagP2p::HostEntry("Et1", 7.5, 0, MlagP2p::HostEntryKey(10, mac), 1));
-  EXPECT_EQ(toJson(*hosts).dump(1), json(R"j({"hostEntry": {
+  p2p->hostEntryIs(MlagP2p::HostEntry("Vxlan1:10.0.0.2", 105.25, 1, MlagP2p::HostEntryKey(20, mac2), 5));
+  p2p->hostEntryIs(MlagP2p::HostEntry("Et1", 7.5, 0, MlagP2p::HostEntryKey(10, mac), 1));
+  EXPECT_EQ(toJson(*p2p).dump(1), json(R"j({"hostEntry": {
     "(20, 00:1c:73:00:00:02)": "intf=Vxlan1:10.0.0.2, lastMoveTime=105.25, moves=1, key=(20, 00:1c:73:00:00:02), entryType=5",
     "(10, 00:1c:73:00:00:01)": "intf=Et1, lastMoveTime=7.5, moves=0, key=(10, 00:1c:73:00:00:01), entryType=1"}})j"));
 }
@@ -113,18 +112,6 @@ TEST(EntityJson, SourceDirEntryNestsVlanAndFloodSets) {
     "10": {"vlanId": "10", "floodSet": {
       "ff:ff:ff:ff:ff:ff": {"macAddr": "ff:ff:ff:ff:ff:ff", "floodSetType": "all",
                             "destSet": {"vxlan(id=ffffffffffffffff, intf=, vni=0, vtepAddr=10.0.0.1)": true}}}}}})j"));
-}
-
-TEST(EntityJson, ControllerVtepAndVniTables) {
-  auto vteps = Brix::newNode<VxlanController::VtepStatusDirV2>();
-  vteps->vtepStatusV2Is("Vxlan1")->bfdPeerStatusIs(VxlanController::BfdPeerStatusV2("Vxlan1", vtep2, 0, 1));
-  EXPECT_EQ(toJson(*vteps).dump(1), json(R"j({"vtepStatusV2": {"Vxlan1": {"name": "Vxlan1",
-    "bfdPeerStatus": {"10.0.0.2": "label=Vxlan1, ip=10.0.0.2, status=0, remoteStatus=1"}}}})j"));
-
-  auto fdb = Brix::newNode<VxlanController::VniFdbStatusV2>();
-  fdb->macVtepTableIs(mac, VxlanController::MacVtepV2(mac, vtep1, 7, 16));
-  EXPECT_EQ(toJson(*fdb).dump(1), json(R"j({"macVtepTable": {
-    "00:1c:73:00:00:01": "macAddr=00:1c:73:00:00:01, vtepIp=10.0.0.1, seqNum=7, preference=16"}})j"));
 }
 
 TEST(EntityJson, BridgingConfigAndItsFlatTable) {
@@ -162,7 +149,7 @@ TEST(EntityJson, ShoalTablesWithoutTrippingTheirHooks) {
     "lastMoveTime=7.25, key=(00:1c:73:00:00:01, 10), vtepIp=10.0.0.1, flags=0"}})j"));
 }
 
-TEST(EntityJson, BfdAndArpInput) {
+TEST(EntityJson, BfdArpInputAndControllerTables) {
   auto bfd = Brix::newNode<Bfd::StatusPeer>();
   bfd->peerStatusIs(Bfd::Peer("default", Vxlan1, 42, Bfd::Peer::typeVxlanTunnel, vtep2, vtep1))
       ->operStateIs(Bfd::OperState::up);
@@ -179,6 +166,16 @@ TEST(EntityJson, BfdAndArpInput) {
       "key=(Vlan10, 10.1.0.5), ethAddr=00:1c:73:00:00:01, kind=1, stateCode=0, metric=65535, generation=0"}},
     "red": {"name": "red", "ipv6": {}, "ipv4": {}}},
     "source": "dynamic"})j"));
+
+  auto vteps = Brix::newNode<VxlanController::VtepStatusDirV2>();
+  vteps->vtepStatusV2Is("Vxlan1")->bfdPeerStatusIs(VxlanController::BfdPeerStatusV2("Vxlan1", vtep2, 0, 1));
+  EXPECT_EQ(toJson(*vteps).dump(1), json(R"j({"vtepStatusV2": {"Vxlan1": {"name": "Vxlan1",
+    "bfdPeerStatus": {"10.0.0.2": "label=Vxlan1, ip=10.0.0.2, status=0, remoteStatus=1"}}}})j"));
+
+  auto fdb = Brix::newNode<VxlanController::VniFdbStatusV2>();
+  fdb->macVtepTableIs(mac, VxlanController::MacVtepV2(mac, vtep1, 7, 16));
+  EXPECT_EQ(toJson(*fdb).dump(1), json(R"j({"macVtepTable": {
+    "00:1c:73:00:00:01": "macAddr=00:1c:73:00:00:01, vtepIp=10.0.0.1, seqNum=7, preference=16"}})j"));
 }
 
 }  // namespace
