@@ -12,11 +12,7 @@
 #include "entities/Mlag/Status.h"
 #include "entities/Mlag/VxlanStatus.h"
 #include "entities/MlagP2p/HostTable.h"
-#include "entities/Routing/L2VpnConfig.h"
 #include "entities/Shoal/Status.h"
-#include "entities/Vxlan/ActiveArpIpTable.h"
-#include "entities/Vxlan/BumStatus.h"
-#include "entities/Vxlan/VtiStatus.h"
 #include "entities/VxlanController/VtepStatus.h"
 
 namespace {
@@ -72,7 +68,7 @@ TEST(EntityJson, VxlanStatusWithItsMembers) {
     "loopDetectionCapable": false})j"));
 }
 
-TEST(EntityJson, MlagStatusProtoStatusAndHostTable) {
+TEST(EntityJson, MlagStatusProtoStatusAndBothHostTables) {
   auto status = Brix::newNode<Mlag::Status>();
   status->mlagStateIs(Mlag::MlagState::secondary);
   status->peerLinkKnownIs(1);
@@ -95,63 +91,15 @@ TEST(EntityJson, MlagStatusProtoStatusAndHostTable) {
   hosts->hostEntryIs(Mlag::HostEntry("Ethernet1", 12.5, 2, Mlag::HostEntryKey(10, mac), 1));
   EXPECT_EQ(toJson(*hosts).dump(1), json(R"j({"hostEntry": {"(10, 00:1c:73:00:00:01)":
       "intf=Ethernet1, lastMoveTime=12.5, moves=2, key=(10, 00:1c:73:00:00:01), entryType=1, hostEntryFlag=0"}})j"));
-}
 
-TEST(EntityJson, P2pHostTableInInsertionOrder) {
-  auto hosts = Brix::newNode<MlagP2p::HostTable>();
+  // The peer's host table, in insertion order.
+  auto p2p = Brix::newNode<MlagP2p::HostTable>();
   EthAddr mac2(0x001c, 0x7300, 0x0002);
-  hosts->hostEntryIs(MlagP2p::HostEntry("Vxlan1:10.0.0.2", 105.25, 1, MlagP2p::HostEntryKey(20, mac2), 5));
-  hosts->hostEntryIs(MlagP2p::HostEntry("Et1", 7.5, 0, MlagP2p::HostEntryKey(10, mac), 1));
-  EXPECT_EQ(toJson(*hosts).dump(1), json(R"j({"hostEntry": {
+  p2p->hostEntryIs(MlagP2p::HostEntry("Vxlan1:10.0.0.2", 105.25, 1, MlagP2p::HostEntryKey(20, mac2), 5));
+  p2p->hostEntryIs(MlagP2p::HostEntry("Et1", 7.5, 0, MlagP2p::HostEntryKey(10, mac), 1));
+  EXPECT_EQ(toJson(*p2p).dump(1), json(R"j({"hostEntry": {
     "(20, 00:1c:73:00:00:02)": "intf=Vxlan1:10.0.0.2, lastMoveTime=105.25, moves=1, key=(20, 00:1c:73:00:00:02), entryType=5",
     "(10, 00:1c:73:00:00:01)": "intf=Et1, lastMoveTime=7.5, moves=0, key=(10, 00:1c:73:00:00:01), entryType=1"}})j"));
-}
-
-TEST(EntityJson, VtiStatusDirWithAVti) {
-  auto dir = Brix::newNode<Vxlan::VtiStatusDir>();
-  auto vti = dir->vtiStatusIs(Vxlan1);
-  vti->localVtepAddrIs(vtep1);
-  vti->mlagVtepAddr6Is(Ip6Addr::parse("2001:db8::3"));
-  vti->vlanToVniMapIs(VlanId(10), Vxlan::VniSourcePair(Vxlan1, "static", Vxlan::VniExtOrNone(10010)));
-  vti->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(4001),
-                              Vxlan::VniSourcePair(Vxlan1, "evpn", Vxlan::VniExtOrNone(10020), 1));
-  EXPECT_EQ(toJson(*dir).dump(1), json(R"j({"vtiStatus": {"Vxlan1": {
-    "intfId": "Vxlan1",
-    "localVtepAddr": "10.0.0.1", "localVtepAddr6": "::",
-    "alternateVtepAddr": "0.0.0.0", "alternateVtepAddr6": "::",
-    "mlagVtepAddr": "0.0.0.0", "mlagVtepAddr6": "2001:db8::3",
-    "vlanToVniMap": {"10": "(10010, Vxlan1, static)"},
-    "extendedVlanToVniMap": {"4001": "(10020, Vxlan1, evpn, flags=1)"}}}})j"));
-}
-
-TEST(EntityJson, BumStatusWithAVtepList) {
-  auto bum = Brix::newNode<Vxlan::BumStatus>();
-  bum->bumReplicationModeIs(Vxlan::BumReplicationMode::headend);
-  auto list = bum->bumVtepListIs(Vxlan::MacVlanPair(EthAddr::broadcast(), VlanId(10)));
-  list->bumVtepIpListTypeIs(Vxlan::BumVtepIpListType::any);
-  list->remoteVtepAddrIs(vtep2, true);
-  list->remoteVtepAddrIs(vtep1, false);
-  list->remoteVtepAddr6Is(Ip6Addr::parse("2001:db8::2"), true);
-  EXPECT_EQ(toJson(*bum).dump(1), json(R"j({"bumReplicationMode": "headend", "bumVtepList": {
-    "(ff:ff:ff:ff:ff:ff, 10)": {"macVlanPair": "(ff:ff:ff:ff:ff:ff, 10)", "bumVtepIpListType": "any",
-                                "remoteVtepAddr": {"10.0.0.2": true, "10.0.0.1": false},
-                                "remoteVtepAddr6": {"2001:db8::2": true}}}})j"));
-}
-
-TEST(EntityJson, ActiveArpIpTable) {
-  auto t = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  t->remoteIpIs(Vxlan::VlanIpPair(10, host), true);
-  t->localIpIs(Vxlan::VlanIpPair(20, Ip6Addr::parse("2001:db8::5")), true);
-  t->arpSelectiveInstallIs(true);
-  t->l2LearningCapableIs(true);
-  t->localIpMacIs(Vxlan::VlanIpPair(10, IpAddr(10, 1, 0, 6)), EthAddr::broadcast());
-  t->validSviIs(VlanIdOrNone(10), true);
-  t->validSvi6Is(VlanIdOrNone(20), true);
-  EXPECT_EQ(toJson(*t).dump(1), json(R"j({
-    "remoteIp": {"(10, 10.1.0.5)": true}, "localIp": {"(20, 2001:db8::5)": true},
-    "arpSelectiveInstall": true, "arpSelectiveInstall2": false, "l2LearningCapable": true,
-    "localIpMac": {"(10, 10.1.0.6)": "ff:ff:ff:ff:ff:ff"},
-    "validSvi": {"10": true}, "validSvi6": {"20": true}})j"));
 }
 
 TEST(EntityJson, SourceDirEntryNestsVlanAndFloodSets) {
@@ -164,18 +112,6 @@ TEST(EntityJson, SourceDirEntryNestsVlanAndFloodSets) {
     "10": {"vlanId": "10", "floodSet": {
       "ff:ff:ff:ff:ff:ff": {"macAddr": "ff:ff:ff:ff:ff:ff", "floodSetType": "all",
                             "destSet": {"vxlan(id=ffffffffffffffff, intf=, vni=0, vtepAddr=10.0.0.1)": true}}}}}})j"));
-}
-
-TEST(EntityJson, ControllerVtepAndVniTables) {
-  auto vteps = Brix::newNode<VxlanController::VtepStatusDirV2>();
-  vteps->vtepStatusV2Is("Vxlan1")->bfdPeerStatusIs(VxlanController::BfdPeerStatusV2("Vxlan1", vtep2, 0, 1));
-  EXPECT_EQ(toJson(*vteps).dump(1), json(R"j({"vtepStatusV2": {"Vxlan1": {"name": "Vxlan1",
-    "bfdPeerStatus": {"10.0.0.2": "label=Vxlan1, ip=10.0.0.2, status=0, remoteStatus=1"}}}})j"));
-
-  auto fdb = Brix::newNode<VxlanController::VniFdbStatusV2>();
-  fdb->macVtepTableIs(mac, VxlanController::MacVtepV2(mac, vtep1, 7, 16));
-  EXPECT_EQ(toJson(*fdb).dump(1), json(R"j({"macVtepTable": {
-    "00:1c:73:00:00:01": "macAddr=00:1c:73:00:00:01, vtepIp=10.0.0.1, seqNum=7, preference=16"}})j"));
 }
 
 TEST(EntityJson, BridgingConfigAndItsFlatTable) {
@@ -212,7 +148,7 @@ TEST(EntityJson, ShoalTablesWithoutTrippingTheirHooks) {
     "lastMoveTime=7.25, key=(00:1c:73:00:00:01, 10), vtepIp=10.0.0.1, flags=0"}})j"));
 }
 
-TEST(EntityJson, BfdArpInputAndL2VpnConfig) {
+TEST(EntityJson, BfdArpInputAndControllerTables) {
   auto bfd = Brix::newNode<Bfd::StatusPeer>();
   bfd->peerStatusIs(Bfd::Peer("default", Vxlan1, 42, Bfd::Peer::typeVxlanTunnel, vtep2, vtep1))
       ->operStateIs(Bfd::OperState::up);
@@ -230,9 +166,15 @@ TEST(EntityJson, BfdArpInputAndL2VpnConfig) {
     "red": {"name": "red", "ipv6": {}, "ipv4": {}}},
     "source": "dynamic"})j"));
 
-  auto l2vpn = Brix::newNode<Routing::L2Vpn::Config>();
-  l2vpn->l2LearningSwitch2Is(true);
-  EXPECT_EQ(toJson(*l2vpn).dump(1), json(R"j({"l2LearningSwitch1": false, "l2LearningSwitch2": true})j"));
+  auto vteps = Brix::newNode<VxlanController::VtepStatusDirV2>();
+  vteps->vtepStatusV2Is("Vxlan1")->bfdPeerStatusIs(VxlanController::BfdPeerStatusV2("Vxlan1", vtep2, 0, 1));
+  EXPECT_EQ(toJson(*vteps).dump(1), json(R"j({"vtepStatusV2": {"Vxlan1": {"name": "Vxlan1",
+    "bfdPeerStatus": {"10.0.0.2": "label=Vxlan1, ip=10.0.0.2, status=0, remoteStatus=1"}}}})j"));
+
+  auto fdb = Brix::newNode<VxlanController::VniFdbStatusV2>();
+  fdb->macVtepTableIs(mac, VxlanController::MacVtepV2(mac, vtep1, 7, 16));
+  EXPECT_EQ(toJson(*fdb).dump(1), json(R"j({"macVtepTable": {
+    "00:1c:73:00:00:01": "macAddr=00:1c:73:00:00:01, vtepIp=10.0.0.1, seqNum=7, preference=16"}})j"));
 }
 
 }  // namespace

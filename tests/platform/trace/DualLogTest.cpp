@@ -296,17 +296,14 @@ TEST(VxlanTrace, TheSystemsStatementWritesTextAndOnceAContainerMadeItTheRing) {
 }
 
 // Sets or clears an environment variable for the life of the guard.
-class EnvGuard {
- public:
-  EnvGuard(char const* name, char const* value) : name_(name) {
-    if (char const* old = std::getenv(name)) old_ = old;
-    value ? ::setenv(name, value, 1) : ::unsetenv(name);
+struct EnvGuard {
+  EnvGuard(char const* n, char const* v) : name(n) {
+    if (char const* was = std::getenv(n)) old = was;
+    v ? ::setenv(n, v, 1) : ::unsetenv(n);
   }
-  ~EnvGuard() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
-
- private:
-  char const* name_;
-  std::optional<std::string> old_;
+  ~EnvGuard() { old ? ::setenv(name, old->c_str(), 1) : ::unsetenv(name); }
+  char const* name;
+  std::optional<std::string> old;
 };
 
 TEST(RingLogFileName, PidAndDirectoryFollowTheRule) {
@@ -341,9 +338,8 @@ TEST(TextTrace, LevelListsParseOrSayWhatIsWrong) {
       EXPECT_NE(error.find("bad level"), std::string::npos) << error;
     }
   }
-}
 
-TEST(TextTrace, HandleTakesItsLevelsFromTheEnvironment) {
+  // A handle takes its levels from the environment, and says what is wrong with a bad list.
   Vok::TraceCapture capture;
   {
     EnvGuard env(Vok::traceEnvVar, "5-6,8");

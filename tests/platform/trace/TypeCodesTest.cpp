@@ -64,13 +64,4 @@ TEST_F(TypeCodesTest, ValueTypesDecodeToTheirTextForms) {
   EXPECT_EQ(capture.texts(), expected);
 }
 
-TEST_F(TypeCodesTest, EnumerationTypeStringsFollowTheTypeDescriptions) {
-  RingLog::MsgFormatString bfd;
-  RingLog::RlFormatter<Bfd::OperState, true>::formatTypeStr(bfd);
-  EXPECT_EQ(bfd.text(), "E%hhu0|adminDown:1|down:2|init:3|up:");
-  RingLog::MsgFormatString af;
-  RingLog::RlFormatter<Lanx::AddressFamily, true>::formatTypeStr(af);
-  EXPECT_EQ(af.text(), "E%hhu0|ipunknown:1|ipv4:2|ipv6:");
-}
-
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,13 @@ namespace ValueChecks {
 template <class T>
 std::size_t hashOf(T const& v) {
   return std::hash<T>{}(v);
+}
+
+template <class T>
+std::string text(T const& v) {
+  std::ostringstream os;
+  os << v;
+  return os.str();
 }
 
 // A copy of base with one change made by f.
