@@ -29,6 +29,7 @@ Clock& clock() {
   static Clock* c = [] {
     auto* p = new Clock();
     p->incUse();
+    p->processLifetimeIs();
     return p;
   }();
   return *c;

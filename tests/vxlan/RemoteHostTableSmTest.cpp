@@ -96,11 +96,7 @@ struct Switch {
 
 class RemoteHostTableSmTest : public VlanVniTest::LiveNodesTest {
  protected:
-  void SetUp() override {
-    (void)Vok::ActivityFacility::clock();  // lives for the process: made before the count is taken
-    LiveNodesTest::SetUp();
-    s = std::make_unique<Switch>();
-  }
+  void SetUp() override { s = std::make_unique<Switch>(); }
   void releaseAll() override { s.reset(); }
   std::unique_ptr<Switch> s;
   VlanVniTest::TraceOn trace;
