@@ -35,7 +35,7 @@ using Bridging::VlanId;
 using MlagP2p::HostEntry;
 using MlagP2p::HostEntryKey;
 
-constexpr std::size_t hostCount = 256 * 1024;
+constexpr std::size_t hostCount = std::size_t{256} * 1024;
 
 using BenchSupport::CountingAllocator;
 

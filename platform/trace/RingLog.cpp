@@ -16,7 +16,7 @@ std::atomic<int> nextMsgId{1};
 std::atomic<int> nextTypeId{1};
 std::atomic<std::uint64_t> nextHandleSerial{1};
 std::atomic<int> nextThreadIndex{1};
-constexpr std::uint64_t maxRingKiB = 1024 * 1024;  // 1 GiB
+constexpr std::uint64_t maxRingKiB = std::uint64_t{1024} * 1024;  // 1 GiB
 
 std::string sysError(char const* what, std::string const& path) {
   return fmt::format("{} {}: {}", what, path, std::strerror(errno));

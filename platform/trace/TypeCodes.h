@@ -21,6 +21,7 @@
 #include <concepts>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -121,6 +122,7 @@ using RlMember = std::pair<E, char const*>;
 template <class R>
 void formatEnumTypeStr(MsgFormatString& s, R const& members) {
   std::vector<std::pair<unsigned, std::string_view>> m;
+  m.reserve(std::size(members));
   for (auto const& [value, name] : members) {
     m.emplace_back(static_cast<unsigned>(value), std::string_view(name));
   }

@@ -54,7 +54,7 @@ struct Switch {
     proto->peerP2pVersionIs(2);
     mapIs(10, vni);
   }
-  MlagVxlan::RemoteHostTableSm::Ptr build(Brix::Ptr<MlagP2p::HostTable> out = nullptr) {
+  MlagVxlan::RemoteHostTableSm::Ptr build(Brix::Ptr<MlagP2p::HostTable> const& out = nullptr) {
     return MlagVxlan::remoteHostTableSmFactory(out ? out : sent, mlagHost, config, fdb, vxfdb, proto, mlag, ctrl,
                                                vtiDir);
   }

@@ -17,8 +17,6 @@ namespace {
 using MlagVxlan::VlanToVniMapToP2pSm;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;

@@ -122,7 +122,7 @@ TEST_F(VniToDynVlanMapToCorestateSmTest, AnOlderMapKeyOfVniNoneIsRefused) {
   sm->hasNotificationActiveIs(false);
   recv->vniToDynVlanMapIs(Vxlan::VniExtOrNone(), Bridging::VlanIdOrNone(5));
   TraceOn trace;
-  for (auto call : std::initializer_list<std::function<void()>>{
+  for (auto const& call : std::initializer_list<std::function<void()>>{
            [&] { sm->handleVniToDynVlanMap(Vxlan::VniExtOrNone()); }, [&] { sm->handleVniVtiToDynVlanMap(); }}) {
     EXPECT_THROW(call(), Brix::RangeException);
   }

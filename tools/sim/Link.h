@@ -42,6 +42,7 @@ class Link {
     }
     return n;
   }
+  // NOLINTNEXTLINE(bugprone-narrowing-conversions): clang-tidy 14 misreads infinity as narrowed
   Brix::Duration nextDue() const noexcept { return queue_.empty() ? Brix::never : queue_.front().due; }
   bool idle() const noexcept { return queue_.empty(); }
 

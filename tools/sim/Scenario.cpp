@@ -38,7 +38,12 @@ void checkKeys(YAML::Node const& n, std::initializer_list<char const*> allowed, 
     std::string const key = kv.first.IsScalar() ? kv.first.Scalar() : std::string();
     bool known = false;
     for (char const* a : allowed) known = known || key == a;
-    if (!known) failAt(kv.first, "unknown key '" + key + "' in " + what + " (expected " + listOf(allowed) + ")");
+    if (!known) {
+      std::string message = "unknown key '" + key + "' in ";
+      message += what;
+      message += " (expected " + listOf(allowed) + ")";
+      failAt(kv.first, message);
+    }
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include <yaml-cpp/yaml.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <limits>
@@ -108,7 +109,8 @@ requires(std::is_enum_v<E>&& requires(std::ostream& os, E e) { os << e; }) bool 
   std::string s;
   if (!ValuesImpl::scalar(n, s, error)) return false;
   std::string names;
-  for (unsigned i = 0; i <= 255 && i <= std::numeric_limits<U>::max(); ++i) {
+  constexpr unsigned last = std::min<unsigned>(255, std::numeric_limits<U>::max());
+  for (unsigned i = 0; i <= last; ++i) {
     std::string name = text(static_cast<E>(i));
     if (name.empty() || (name[0] >= '0' && name[0] <= '9')) continue;  // no member of this value
     if (name == s) {

@@ -247,6 +247,7 @@ struct Model {
     std::map<std::uint64_t, int> bySeq;
     for (auto const& [k, e] : entries) bySeq[e.first] = k;
     std::vector<int> keys;
+    keys.reserve(bySeq.size());
     for (auto const& [s, k] : bySeq) keys.push_back(k);
     return keys;
   }

@@ -28,7 +28,7 @@ TEST(Node, PtrCountsUsesAndComparesByIdentity) {
     auto p = Brix::newNode<Thing>(2);
     Brix::Ptr<Thing> copy = p;
     Brix::Ptr<Thing> moved = std::move(copy);
-    EXPECT_FALSE(copy);
+    EXPECT_FALSE(copy);  // NOLINT(bugprone-use-after-move): a moved-from Ptr is null, which is the point
     copy = moved;
     Brix::Ptr<Thing>& alias = copy;
     copy = alias;  // self-assignment keeps the count

@@ -55,8 +55,7 @@ TEST_F(TypeCodesTest, ValueTypesDecodeToTheirTextForms) {
       "mac 00:11:22:aa:bb:ff ip 10.0.0.1 ip6 2001:db8::1 mapped ::ffff:192.0.2.1",
       "gen 192.168.1.2 2001:db8::1 unknown then 3735928559",  // the other family: its byte alone
       "vlan 4094 0 4095 vni 0 4294967295 vrf red",
-      "(10, 00:11:22:aa:bb:ff) (00:11:22:aa:bb:ff, 20) (30, 2001:db8::1) "
-      "(5000, Vxlan1, evpn, flags=2)",
+      "(10, 00:11:22:aa:bb:ff) (00:11:22:aa:bb:ff, 20) (30, 2001:db8::1) (5000, Vxlan1, evpn, flags=2)",
       "controller macAddr=00:11:22:aa:bb:ff, vtepIp=10.0.0.9, seqNum=3, preference=7",
       "bfd up adminDown family ipv4 ipv6 9",
   };

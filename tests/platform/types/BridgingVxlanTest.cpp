@@ -148,6 +148,7 @@ TEST(VrfName, DefaultSortsFirstThenByteOrderAndAtMost100Bytes) {
                              L3::VrfName("default"), L3::VrfName("defaults"),       L3::VrfName("MGMT"),
                              L3::VrfName(""),        L3::VrfName(Brix::String("a"))};
   std::vector<std::string_view> order;
+  order.reserve(vrfs.size());
   for (auto const& v : vrfs) order.push_back(v.view());
   EXPECT_EQ(order, (std::vector<std::string_view>{"default", "", "Default", "MGMT", "a", "b", "defaults"}));
   EXPECT_FALSE(L3::VrfName("default") < L3::VrfName("default"));

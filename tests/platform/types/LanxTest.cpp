@@ -108,7 +108,7 @@ TEST(IntfId, VlanIdAndVxlanTunnelOfAName) {
 RC_GTEST_PROP(IntfId, AnyNameRoundTrips, (std::string const& name, std::uint32_t a, std::uint16_t b)) {
   RC_ASSERT(IntfId(name).stringValue().str() == name);
   for (std::string prefix : {"Ethernet", "Vlan", "Port-Channel"}) {
-    for (std::string n : {prefix + std::to_string(a), prefix + std::to_string(a) + "/" + std::to_string(b)}) {
+    for (std::string const& n : {prefix + std::to_string(a), prefix + std::to_string(a) + "/" + std::to_string(b)}) {
       RC_ASSERT(IntfId(n).stringValue().str() == n);
     }
   }
