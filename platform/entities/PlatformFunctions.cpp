@@ -120,9 +120,9 @@ Brix::Duration calcLastMoveTimeFromPeer(MlagP2p::HostEntry const& p2pEntry,
                                         MlagP2p::HostEntry const& sentEntry, bool peerMonotonicOffsetFlag,
                                         Brix::Duration const& peerMonotonicOffset) {
   Brix::Duration offset = offsetOf(peerMonotonicOffset, peerMonotonicOffsetFlag);
-  // What the peer sent and what we sent are both on the peer's clock: the later one wins.
-  Brix::Duration peerTime = std::max(p2pEntry.lastMoveTime(), sentEntry.lastMoveTime()) - offset;
-  Brix::Duration t = std::max(peerTime, fdbEntry.lastMoveTime());
+  // Each side sends on the receiver's clock: the peer's entry is on ours already, what we sent
+  // is on the peer's and comes back by the offset.
+  Brix::Duration t = std::max({p2pEntry.lastMoveTime(), sentEntry.lastMoveTime() - offset, fdbEntry.lastMoveTime()});
   return t < 0.0 ? 0.0 : t;
 }
 

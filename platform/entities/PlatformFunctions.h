@@ -67,10 +67,10 @@ Brix::Duration calcLastMoveTimeToPeer(Shoal::Bridging::ShoalFdbStatus const& fdb
                                       Brix::Duration const& peerMonotonicOffset, bool peerMonotonicOffsetFlag,
                                       bool* updateMlag);
 
-// The last move time for the local MLAG host table: the later of the peer's last move
-// (`p2pEntry`, brought to this switch's clock) and the local FDB entry's, so that a MAC that
-// moved on either side keeps its latest move. `sentEntry` is what this side is telling the
-// peer; when the peer's entry is older than what we sent, ours stands.
+// The last move time for the local MLAG host table: the latest of the peer's last move
+// (`p2pEntry`, which the peer sent already on this switch's clock), of what this side is telling
+// the peer (`sentEntry`, on the peer's clock, brought back) and of the local FDB entry's, so that
+// a MAC that moved on either side keeps its latest move, never below 0.
 Brix::Duration calcLastMoveTimeFromPeer(MlagP2p::HostEntry const& p2pEntry,
                                         Shoal::Bridging::ShoalFdbStatus const& fdbEntry,
                                         MlagP2p::HostEntry const& sentEntry, bool peerMonotonicOffsetFlag,

@@ -157,8 +157,8 @@ TEST_F(RemoteHostTableSmTest, EachExitOfTheDecision) {
     EXPECT_EQ(s->sentOf(i), row.sent);
     EXPECT_EQ(s->queued() - queuedBefore, row.exit == defer ? 1u : 0u);
   }
-  EXPECT_EQ(s->mlagHost->hostEntry(mlagKey), Mlag::HostEntry("Po1", 295.0, 3, mlagKey, 5, 0))
-      << "the later of the peer's move and ours, on this switch's clock";
+  EXPECT_EQ(s->mlagHost->hostEntry(mlagKey), Mlag::HostEntry("Po1", 300.0, 3, mlagKey, 5, 0))
+      << "the later of the peer's move (sent on this switch's clock) and ours";
   EXPECT_EQ(s->mlagHost->hostEntryCount(), 1u);
   s->hostIs(0xfb2, EntryType::learnedRemoteMac);  // the peer's MAC, through the reactors
   EXPECT_EQ(trace.take().back(), ret + " return ignore bridge and peer mac addr");

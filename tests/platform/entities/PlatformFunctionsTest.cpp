@@ -146,11 +146,12 @@ TEST(LastMoveTime, MovesBetweenTheClocksAndKeepsTheLatestMove) {
     bool oneClock;
     double offset, result;
   };
-  // This side's entry moved at 100 local, sent as 105 on the peer's clock (offset 5): the peer's
-  // later move wins, its older one loses, what we sent stands when later than both.
-  for (auto c : {FromPeer{120, 100, 105, false, 5, 115}, FromPeer{90, 100, 105, false, 5, 100},
+  // This side's entry moved at 100 local, sent as 105 on the peer's clock (offset 5); the peer
+  // sends on our clock: its later move wins as it stands, its older one loses, what we sent
+  // stands (brought back) when later than both.
+  for (auto c : {FromPeer{120, 100, 105, false, 5, 120}, FromPeer{90, 100, 105, false, 5, 100},
                  FromPeer{90, 80, 108, false, 5, 103}, FromPeer{120, 100, 100, true, 5, 120},
-                 FromPeer{1, -3, 1, false, 10, 0}}) {
+                 FromPeer{-1, -3, 1, false, 10, 0}}) {
     EXPECT_DOUBLE_EQ(Mlag::calcLastMoveTimeFromPeer(p2p(c.peer), fdb(c.ours, 1), p2p(c.sent), c.oneClock, c.offset),
                      c.result)
         << c.peer << " " << c.ours << " " << c.sent;
