@@ -17,7 +17,10 @@ std::size_t Clock::runDue() {
     n->inClock_ = false;
     n->timeMin_ = Brix::never;  // fired once; the handler arms it again if it wants
     Brix::Ptr<Notifiee> hold(n);
+    void const* previous = ActivityFacility::currentActivity();
+    ActivityFacility::currentActivityIs(n->activity_);
     n->onAttribute(timeMinField, nullptr);
+    ActivityFacility::currentActivityIs(previous);
     ++fired;
   }
   return fired;
@@ -34,6 +37,12 @@ Clock& clock() {
   }();
   return *c;
 }
+
+namespace {
+void const* activity = nullptr;
+}
+void const* currentActivity() noexcept { return activity; }
+void currentActivityIs(void const* a) noexcept { activity = a; }
 }  // namespace ActivityFacility
 
 namespace {

@@ -46,11 +46,9 @@ class Clock::Notifiee : public NotifieeConst {
   ~Notifiee() override { disconnect(); }
 
   Brix::Duration timeMin() const noexcept { return timeMin_; }
-  // Positive infinity turns the timer off; a new time replaces the earlier one.
-  void timeMinIs(Brix::Duration t) {
-    timeMin_ = t;
-    rearm();
-  }
+  // Positive infinity turns the timer off; a new time replaces the earlier one. The timer fires
+  // in the activity current when it was set.
+  inline void timeMinIs(Brix::Duration t);
 
  protected:
   void vokSubscriptionIs(bool on) override {
@@ -74,6 +72,7 @@ class Clock::Notifiee : public NotifieeConst {
   }
 
   Brix::Duration timeMin_ = Brix::never;
+  void const* activity_ = nullptr;
   std::map<Clock::Key, Notifiee*>::iterator pos_;
   bool armed_ = false;
   bool inClock_ = false;
@@ -82,7 +81,20 @@ class Clock::Notifiee : public NotifieeConst {
 namespace ActivityFacility {
 // The process clock, made at first use and kept for the life of the process.
 Clock& clock();
+
+// What the event thread is doing work for: an opaque tag that the host sets around its own
+// dispatch (none by default). A timer remembers the tag current when it was set and fires under
+// it, so that a host running several agents on one clock (the pair simulator) can tell whose
+// timer it is.
+void const* currentActivity() noexcept;
+void currentActivityIs(void const* activity) noexcept;
 }  // namespace ActivityFacility
+
+void Clock::Notifiee::timeMinIs(Brix::Duration t) {
+  timeMin_ = t;
+  activity_ = ActivityFacility::currentActivity();
+  rearm();
+}
 
 }  // namespace Vok
 

@@ -4,25 +4,29 @@
 #pragma once
 
 #include <ostream>
+#include <string>
 #include <string_view>
 
+#include "runtime/Clock.h"
 #include "trace/TextTrace.h"
 
 namespace Sim {
 
-// The switch acted for now, "-" outside any action (a timer of the shared clock, say).
+// The switch acted for now, "-" outside any action. A timer of the shared clock acts for the
+// switch whose state machine set it.
 std::string_view actingSwitch() noexcept;
 
-// Marks the switch acted for while it lives; nests.
+// Marks the switch acted for while it lives; nests. `name` must outlive every timer set meanwhile
+// (a switch's own name does).
 class Acting {
  public:
-  explicit Acting(std::string_view name) noexcept;
+  explicit Acting(std::string const& name) noexcept;
   ~Acting();
   Acting(Acting const&) = delete;
   Acting& operator=(Acting const&) = delete;
 
  private:
-  std::string_view previous_;
+  void const* previous_;
 };
 
 // Writes "    [A] 6 Function:  text" for each line, and puts back the sink it replaced when it

@@ -64,6 +64,26 @@ TEST_F(ClockTest, FiresOnceAtItsTimeMinAndPastTimesAtTheNextTurn) {
   EXPECT_EQ(fired, (Fired{{"t", 105.0}, {"t", 1110.0}, {"t", 1110.0}})) << "time stands at the timer's own time";
 }
 
+TEST_F(ClockTest, ATimerFiresInTheActivityThatSetItAndPutsBackTheCurrentOne) {
+  int const a = 0;
+  int const b = 0;
+  auto ta = timer("a");
+  auto tb = timer("b");
+  auto tc = timer("c");
+  std::vector<void const*> seen;
+  ta->action = tb->action = tc->action = [&](Timer&) { seen.push_back(Vok::ActivityFacility::currentActivity()); };
+  Vok::ActivityFacility::currentActivityIs(&a);
+  ta->timeMinIs(101.0);
+  tc->timeMinIs(104.0);
+  Vok::ActivityFacility::currentActivityIs(&b);
+  tb->timeMinIs(102.0);
+  ta->timeMinIs(103.0);  // set again under b: fires under b
+  Vok::ActivityFacility::currentActivityIs(nullptr);
+  loop.advanceTo(110.0);
+  EXPECT_EQ(seen, (std::vector<void const*>{&b, &b, &a}));
+  EXPECT_EQ(Vok::ActivityFacility::currentActivity(), nullptr);
+}
+
 TEST_F(ClockTest, InfinityTurnsTheTimerOffAndANewTimeReplacesTheOld) {
   auto t = timer("t");
   t->timeMinIs(105.0);
