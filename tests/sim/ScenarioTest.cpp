@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
 #include "Pair.h"
@@ -67,7 +68,26 @@ TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
       {"steps:\n  - A:\n      set:\n        localVxStatus.vtepTypeAddr[localVtep: 1.2.3.4\n", 4, "without its ']'"},
       {"steps:\n  - A:\n      set:\n        sentVxStatus.scheduledMlagPeerArpSync[1]: true\n", 4, "not a collection"},
       {"steps:\n  - A:\n      set:\n        sentVxStatus.scheduledMlagPeerArpSync: maybe\n", 4, "is not true or false"},
-      {"steps:\n  - A:\n      set:\n        mlagHostTable.hostEntry[x]: 1\n", 4, "cannot be written in a scenario yet"},
+      {"steps:\n  - A:\n      set:\n        mlagHostTable.hostEntry[x]: 1\n", 4, "is not a MAC and a VLAN"},
+      // Remote MACs: keys, records and the invariants the library asserts.
+      {"steps:\n  - A:\n      set:\n        vxlanFdbStatus.learnedHost[00:00:5e:00:01:01/4095]: {}\n", 4,
+       "a VLAN from 1 to 4094"},
+      {"steps:\n  - A:\n      set:\n        bridgingStatus.shoalFdbStatus[00:00:5e:00:01/10]: {}\n", 4,
+       "is not a MAC address"},
+      {"steps:\n  - A:\n      set:\n        vxlanFdbStatus.learnedHost[00:00:5e:00:01:01/10]: {vtepIp: 10.1.1}\n", 4,
+       "vtepIp: '10.1.1' is not an IP address"},
+      {"steps:\n  - A:\n      set:\n        controllerStatus[10010].macVtepTable[00:00:5e:00:01:01]: {preference: "
+       "256}\n",
+       4, "preference: '256' is not a number from 0 to 255"},
+      {"steps:\n  - A:\n      set:\n        controllerStatus.macVtepTable[00:00:5e:00:01:01]: {}\n", 4,
+       "name one with [VNI]"},
+      {"steps:\n  - A:\n      set:\n        bridgingStatus.shoalFdbStatus[00:00:5e:00:01:01/10]:"
+       " {intf: Ethernet1, entryType: learnedRemoteMac}\n",
+       4, "must be a VXLAN interface"},
+      {"steps:\n  - A:\n      set:\n        mlagHostTable.hostEntry[00:00:5e:00:01:01/10]: {vtep: 1}\n", 4,
+       "unknown field 'vtep'"},
+      {"steps:\n  - expect:\n      A:\n        sentP2pHostTable.hostEntry[00:00:5e:00:01:01/10]: {moves: [1]}\n", 4,
+       "a field of a record is name: value"},
       {"steps:\n  - A:\n      delete: [sentVxStatus.scheduledMlagPeerArpSync]\n", 3, "set it instead"},
       {"steps:\n  - expect:\n      A:\n        localVxStatus.vniVtiToDynVlanMap[10010]: 10\n", 4,
        "not a VNI and a VTI"},
@@ -157,8 +177,28 @@ TEST(ScenarioTest, TheBuiltInScenarioAndItsCopyPass) {
   }
 }
 
+// What the library raises is reported with its step, and the run goes on.
+TEST(ScenarioTest, AnInputTheLibraryRefusesIsReportedAndTheRunGoesOn) {
+  Sim::Scenario sc = Sim::parseScenario(
+      "steps:\n  - A: {role: primary}\n  - B: {role: secondary}\n"
+      "    expect: {B: {container.secondarySm: present}}\n",
+      "r.yaml");
+  sc.steps[0].inputs[0].push_back([](Sim::SwitchEntities&) { throw std::out_of_range("VLAN 0"); });
+  sc.steps[0].inputs[0].push_back([](Sim::SwitchEntities& s) { s.mlagProtoStatus->peerMonotonicOffsetIs(7); });
+  Sim::Pair pair;
+  std::ostringstream report;
+  Sim::RunResult r = Sim::runScenario(pair, sc, report, Sim::RunOptions{.quiet = true});
+  EXPECT_EQ(r.steps, 2u);
+  EXPECT_EQ(r.refused, 1u);
+  EXPECT_EQ(r.met, 1u);
+  EXPECT_EQ(pair.a.mlagProtoStatus->peerMonotonicOffset(), 7.0) << "the inputs after a refused one still run";
+  EXPECT_NE(report.str().find("REFUSED  A: the library refused it: VLAN 0  (r.yaml:2)"), std::string::npos)
+      << report.str();
+  EXPECT_NE(report.str().find("1 inputs refused by the library"), std::string::npos) << report.str();
+}
+
 TEST(ScenarioTest, AnUnmetExpectationIsReportedWithWhatWasFound) {
-  Sim::Scenario sc = Sim::parseScenario(R"(
+  Sim::Scenario sc = Sim::parseScenario(R"y(
 steps:
   - A:
       role: primary
@@ -171,14 +211,31 @@ steps:
         localVxStatus.vtepTypeAddr[localVtep]: 10.0.0.9
         localVxStatus.vtepTypeAddr[mlagVtep]: present
         localVxStatus.vtepTypeAddr: {count: 1}
-)",
+  - A:
+      set:
+        bridgingStatus.shoalFdbStatus[00:00:5e:00:01:01/10]:
+          {intf: Vxlan1, lastMoveTime: 4, moves: 1, entryType: learnedRemoteMac}
+        vxlanFdbStatus.learnedHost[00:00:5e:00:01:01/10]: {vtepIp: 10.9.9.9, lastMoveTime: 4}
+    expect:
+      A:
+        sentP2pHostTable.hostEntry[00:00:5e:00:01:01/10]: {moves: 2, lastMoveTime: 4}
+      B:
+        recvP2pHostTable.hostEntry[00:00:5e:00:01:01/10]:
+          {intf: "Vxlan1:10.9.9.9", moves: 1, key: "(10, 00:00:5e:00:01:01)", entryType: 5}
+        recvP2pHostTable.hostEntry[00:00:5e:00:01:01/1]: {key: "(10, 00:00:5e:00:01:01)"}
+)y",
                                         "u.yaml");
   Sim::Pair pair;
   std::ostringstream report;
   Sim::RunResult r = Sim::runScenario(pair, sc, report, Sim::RunOptions{.quiet = true});
-  EXPECT_EQ(r.met, 1u);
-  EXPECT_EQ(r.failed, 2u);
+  EXPECT_EQ(r.met, 2u);
+  EXPECT_EQ(r.failed, 4u);
   std::string const text = report.str();
+  // A record's fields: each must match, a bracketed field holds its commas, an absent record fails.
+  EXPECT_NE(text.find("expected moves=2, lastMoveTime=4, found intf=Vxlan1:10.9.9.9, lastMoveTime=4, moves=1"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find("expected key=(10, 00:00:5e:00:01:01), found absent"), std::string::npos) << text;
   EXPECT_NE(text.find("FAIL  B localVxStatus.vtepTypeAddr[localVtep]: expected 10.0.0.9, found 10.0.0.1  (u.yaml:11)"),
             std::string::npos)
       << text;

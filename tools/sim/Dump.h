@@ -13,6 +13,9 @@
 
 #include "entities/EntityJson.h"
 #include "runtime/Attributes.h"
+#include "types/Bridging.h"
+#include "types/Mlag.h"
+#include "types/MlagP2p.h"
 #include "types/Vxlan.h"
 
 namespace Sim {
@@ -26,13 +29,20 @@ struct NaturalLess {
 
 using Flat = std::map<std::string, std::string, NaturalLess>;
 
-// A value's text form, the JSON dump's; only a VNI of a VTI has a form of its own, which a path
-// can hold.
+// A value's text form, the JSON dump's; the keys that a path holds have forms of their own,
+// without blanks or brackets.
 template <class T>
 std::string text(T const& v) {
   if constexpr (std::is_same_v<T, Vxlan::VniVtiPair>) {
     // The VNI first, as the handlers name it: "10010/Vxlan1".
     return std::to_string(v.vni().value()) + "/" + text(v.intfId());
+  } else if constexpr (std::is_same_v<T, Bridging::HostKey>) {
+    // A MAC in its VLAN, whatever order the key type keeps them in: "00:11:22:33:44:55/10".
+    return text(v.addr()) + "/" + std::to_string(v.vlanId().value());
+  } else if constexpr (std::is_same_v<T, Vxlan::MacVlanPair>) {
+    return text(v.mac()) + "/" + std::to_string(v.vlanId().value());
+  } else if constexpr (std::is_same_v<T, Mlag::HostEntryKey> || std::is_same_v<T, MlagP2p::HostEntryKey>) {
+    return text(v.macAddr()) + "/" + std::to_string(v.vlanId());
   } else {
     return Vok::jsonText(v);
   }

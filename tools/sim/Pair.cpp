@@ -16,6 +16,12 @@ Pair::Pair() {
   // Each side starts by receiving the other's whole state.
   for (auto& m : mirrors_) m->resync();
   settle();
+  // The link is up from the start, so each side knows the other's clock.
+  for (Switch* s : {&a, &b}) {
+    Acting acting(s->name());
+    s->mlagProtoStatus->peerMonotonicOffsetValidIs(true);
+  }
+  settle();
 }
 
 void Pair::peerLinkDownIs(Switch& s, bool down) {

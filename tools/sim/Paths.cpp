@@ -163,12 +163,18 @@ Op<E> setValueOp(Brix::FieldId field, K const& k, YAML::Node const& value, std::
     return [field, k](E& e) { withAttr<A>(e, field, [&](A& a, Brix::FieldId f) { a.del(e, f, k); }); };
   }
   V v = readOrFail<V>(value, here);
+  // A record that carries its key inside takes it from the path: the two cannot disagree.
+  if constexpr (requires { v.keyIs(k); }) {
+    v.keyIs(k);
+  } else if constexpr (requires { v.macAddrIs(k); }) {
+    v.macAddrIs(k);
+  }
   return [field, k, v](E& e) {
     withAttr<A>(e, field, [&](A& a, Brix::FieldId f) {
       if constexpr (requires { a.set(e, f, k, v); }) {
         a.set(e, f, k, v);
       } else {
-        (void)k;  // a record carries its key inside
+        (void)k;  // set from the key above
         a.set(e, f, v);
       }
     });
@@ -402,10 +408,51 @@ SwitchOp onLive(std::string_view entity, Op<E> inner) {
   };
 }
 
+// The controller's MAC table of a VNI: "controllerStatus[10010].macVtepTable[00:11:22:33:44:55]".
+// The tables sit in a directory by the VNI's decimal text, made when first written.
+constexpr std::string_view controllerStatus = "controllerStatus";
+using VniTable = VxlanController::VniFdbStatusV2;
+
+Vxlan::VniExt controllerVni(Segments const& segs, YAML::Node const& at) {
+  if (!segs[0].hasKey) failAt(at, "'controllerStatus' holds a table per VNI: name one with [VNI]");
+  return keyOrFail<Vxlan::VniExt>(segs[0].key, at, "controllerStatus");
+}
+
+std::string controllerWhere(Vxlan::VniExt vni) {
+  return std::string(controllerStatus) + "[" + std::to_string(vni.value()) + "]";
+}
+
+SwitchOp controllerSet(Segments const& segs, YAML::Node const& path, YAML::Node const& value) {
+  Vxlan::VniExt const vni = controllerVni(segs, path);
+  Brix::String const name(std::to_string(vni.value()));
+  if (segs.size() == 1 && value.IsNull()) {
+    return [name](SwitchEntities& s) { (void)s.controllerStatusBaseDir->entityDel(name); };
+  }
+  Brix::Ptr<VniTable> const proto = Brix::newNode<VniTable>();
+  Op<VniTable> inner = setIn<VniTable>(*proto, segs, 1, path, value, controllerWhere(vni));
+  return [name, inner](SwitchEntities& s) {
+    Brix::Ptr<VniTable> table = s.controllerStatusBaseDir->entityAs<VniTable>(name);
+    if (!table) table = s.controllerStatusBaseDir->entityNew<VniTable>(name);
+    inner(*table);
+  };
+}
+
+SwitchOp controllerDelete(Segments const& segs, YAML::Node const& path) {
+  Vxlan::VniExt const vni = controllerVni(segs, path);
+  Brix::String const name(std::to_string(vni.value()));
+  if (segs.size() == 1) return [name](SwitchEntities& s) { (void)s.controllerStatusBaseDir->entityDel(name); };
+  Brix::Ptr<VniTable> const proto = Brix::newNode<VniTable>();
+  Op<VniTable> inner = deleteIn<VniTable>(*proto, segs, 1, path, controllerWhere(vni));
+  return [name, inner](SwitchEntities& s) {
+    if (Brix::Ptr<VniTable> table = s.controllerStatusBaseDir->entityAs<VniTable>(name)) inner(*table);
+  };
+}
+
 }  // namespace
 
 SwitchOp compileSet(YAML::Node const& path, YAML::Node const& value, std::string const& prefix) {
   Segments segs = splitPath(path, prefix);
+  if (segs[0].name == controllerStatus) return controllerSet(segs, path, value);
   return onEntity(path, segs, [&](auto const& proto, std::string_view name) -> SwitchOp {
     using E = std::decay_t<decltype(proto)>;
     return onLive<E>(name, setIn<E>(proto, segs, 1, path, value, std::string(name)));
@@ -414,6 +461,7 @@ SwitchOp compileSet(YAML::Node const& path, YAML::Node const& value, std::string
 
 SwitchOp compileDelete(YAML::Node const& path) {
   Segments segs = splitPath(path);
+  if (segs[0].name == controllerStatus) return controllerDelete(segs, path);
   return onEntity(path, segs, [&](auto const& proto, std::string_view name) -> SwitchOp {
     using E = std::decay_t<decltype(proto)>;
     return onLive<E>(name, deleteIn<E>(proto, segs, 1, path, std::string(name)));

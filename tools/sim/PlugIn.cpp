@@ -21,8 +21,17 @@ void plugInRun(MlagVxlan::SmContainer& c, SwitchEntities const& s) {
   }
 
   if (primary || secondary) {
+    // The remote MACs cross in both directions whatever the role; what the peer sent is handed
+    // in after construction, once, since the received table is never replaced.
+    if (!c.remoteHostTableSm()) {
+      auto sm = c.remoteHostTableSmIs(s.sentP2pHostTable, s.mlagHostTable, s.bridgingConfig, s.bridgingStatus,
+                                      s.vxlanFdbStatus, s.mlagProtoStatus, s.mlagStatus, s.controllerStatusBaseDir,
+                                      s.vtiStatusDir);
+      sm->recvP2pHostTableIs(s.recvP2pHostTable);
+    }
     c.scheduledMlagPeerArpSyncSmIs(s.sentVxStatus, s.recvVxStatus, s.localVxStatus);
   } else {
+    (void)c.remoteHostTableSmDel();
     (void)c.scheduledMlagPeerArpSyncSmDel();
   }
 }
@@ -47,6 +56,7 @@ std::vector<std::pair<std::string_view, std::string_view>> containerChildren(Mla
   auto add = [&](std::string_view name, auto const& child) {
     if (child) out.emplace_back(name, child->typeData());
   };
+  add("remoteHostTableSm", c.remoteHostTableSm());
   add("primarySm", c.primarySm());
   add("secondarySm", c.secondarySm());
   add("scheduledMlagPeerArpSyncSm", c.scheduledMlagPeerArpSyncSm());

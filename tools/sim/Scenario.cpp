@@ -174,6 +174,15 @@ void parseExpected(YAML::Node const& v, Expectation& e, bool literal = false) {
     e.mode = v.Scalar() == "absent" ? Expectation::Mode::absent : Expectation::Mode::present;
     return;
   }
+  if (!literal && v.IsMap() && p.kind == Probe::Kind::value && !v["count"] && !v["value"]) {
+    checkUnique(v);
+    for (auto const& kv : v) {
+      if (!kv.first.IsScalar() || !kv.second.IsScalar()) failAt(kv.first, "a field of a record is name: value");
+      e.fields.emplace_back(kv.first.Scalar(), kv.second.Scalar());
+    }
+    e.mode = Expectation::Mode::fields;
+    return;
+  }
   if (!literal && v.IsMap()) {
     checkKeys(v, {"count", "value"}, "an expectation");
     if (v.size() != 1) failAt(v, "expected one of {count: N} and {value: X}");

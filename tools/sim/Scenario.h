@@ -22,6 +22,8 @@
 //         set:                                    # any entity of the switch, by path
 //           sentVxStatus.scheduledMlagPeerArpSync: true
 //           mlagStatus: {peerLinkDownFlag: 1}
+//           vxlanFdbStatus.learnedHost[00:00:5e:00:01:01/10]: {vtepIp: 10.9.9.9}   # a record
+//           controllerStatus[10010].macVtepTable[00:00:5e:00:01:01]: {preference: 7}
 //         delete:
 //           - localVxStatus.vtepTypeAddr[localVtep]
 //       advance: 1.0                              # optional: then let 1 s of virtual time pass
@@ -31,6 +33,7 @@
 //           localVxStatus.vtepTypeAddr[localVtep]: absent     # or present
 //           localVxStatus.vniVtiToDynVlanMap: {count: 2}
 //           container.secondarySm: present
+//           mlagHostTable.hostEntry[00:11:22:33:44:55/10]: {lastMoveTime: 105}  # fields of a record
 //
 // A step does, in this order: at, link, delay, A's inputs, B's inputs, then lets everything due
 // now happen, then advance, then the report and the expectations. Within a switch's inputs the
@@ -42,8 +45,10 @@
 // writes a VTI's extendedVlanToVniMap, and its vlanToVniMap for VLANs 1 to 4094.
 //
 // Whatever the library would take as a programmer's error is refused here, before it runs: a
-// mapping without a VNI (VNI none stands for no mapping), a VLAN 0. A VTI keeps one status
-// object for as long as it is in the directory: writing to it never replaces it.
+// mapping without a VNI (VNI none stands for no mapping), a VLAN 0, an FDB row of a remote type
+// off a tunnel interface. A VTI keeps one status object for as long as it is in the directory:
+// writing to it never replaces it. A record is a map of some of its fields; its key comes from
+// the path. `controllerStatus[VNI]` names the controller's MAC table of that VNI.
 #pragma once
 
 #include <array>
@@ -51,6 +56,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Paths.h"
@@ -58,13 +64,16 @@
 namespace Sim {
 
 struct Expectation {
-  enum class Mode { equals, absent, present, count };
+  // `fields`: a record whose text has the named fields ("name=value") with these values, as the
+  // report prints them; the fields not named may hold anything.
+  enum class Mode { equals, absent, present, count, fields };
   int line = 0;
   std::size_t switchIndex = 0;  // 0 for A, 1 for B
   Probe probe;
   Mode mode = Mode::equals;
   std::string value;  // in the dump's text form
   std::size_t count = 0;
+  std::vector<std::pair<std::string, std::string>> fields;
 };
 
 struct Step {

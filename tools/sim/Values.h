@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <limits>
 #include <ostream>
 #include <string>
@@ -20,7 +22,11 @@
 #include "types/Bridging.h"
 #include "types/L3.h"
 #include "types/Lanx.h"
+#include "types/Mlag.h"
+#include "types/MlagP2p.h"
+#include "types/Shoal.h"
 #include "types/Vxlan.h"
+#include "types/VxlanController.h"
 
 namespace Sim {
 
@@ -290,6 +296,91 @@ inline bool readValue(YAML::Node const& n, Vxlan::VniSourcePair& out, std::strin
   out = Vxlan::VniSourcePair(intf, source, vni, flags);
   return true;
 }
+
+// "00:11:22:33:44:55/10": a MAC and its VLAN, in that order whatever the key type's own order.
+template <class K>
+requires(std::is_same_v<K, Bridging::HostKey> || std::is_same_v<K, Vxlan::MacVlanPair> ||
+         std::is_same_v<K, Mlag::HostEntryKey> ||
+         std::is_same_v<K, MlagP2p::HostEntryKey>) bool readValue(YAML::Node const& n, K& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  auto slash = s.rfind('/');
+  std::uint64_t vlan = 0;
+  if (slash == std::string::npos ||
+      !ValuesImpl::number(std::string_view(s).substr(slash + 1), Bridging::VlanId::min, Bridging::VlanId::max, vlan)) {
+    error = "'" + s + "' is not a MAC and a VLAN from 1 to 4094, such as 00:11:22:33:44:55/10";
+    return false;
+  }
+  Lanx::EthAddr mac;
+  if (!readValue(YAML::Node(s.substr(0, slash)), mac, error)) return false;
+  auto const v = static_cast<std::uint16_t>(vlan);
+  if constexpr (std::is_same_v<K, Bridging::HostKey>) {
+    out = K(Bridging::VlanId(v), mac);
+  } else if constexpr (std::is_same_v<K, Vxlan::MacVlanPair>) {
+    out = K(mac, Bridging::VlanId(v));
+  } else {
+    out = K(v, mac);
+  }
+  return true;
+}
+
+namespace ValuesImpl {
+
+// One field of a record: its name in a scenario and the record's mutator, whose argument type
+// says how the field is read.
+template <class R>
+struct Field {
+  char const* name;
+  std::function<bool(YAML::Node const&, R&, std::string&)> read;
+};
+
+template <class R, class T>
+Field<R> field(char const* name, void (R::*set)(T) noexcept) {
+  return {name, [set](YAML::Node const& n, R& r, std::string& error) {
+            std::decay_t<T> v{};
+            if (!readValue(n, v, error)) return false;
+            (r.*set)(std::move(v));
+            return true;
+          }};
+}
+
+// A record from a map of some of its fields; those left out keep the record's defaults. The key
+// of a record that holds one comes from the collection's key, not from here.
+template <class R>
+bool record(YAML::Node const& n, R& out, std::string& error, std::initializer_list<Field<R>> fields) {
+  std::string names;
+  for (auto const& f : fields) names += (names.empty() ? "" : ", ") + std::string(f.name);
+  if (!n.IsMap()) {
+    error = "expected a map of its fields (" + names + ")";
+    return false;
+  }
+  R r{};
+  for (auto const& kv : n) {
+    std::string const key = kv.first.IsScalar() ? kv.first.Scalar() : std::string();
+    auto f = std::find_if(fields.begin(), fields.end(), [&](Field<R> const& x) { return key == x.name; });
+    if (f == fields.end()) {
+      error = "unknown field '" + key + "' (expected " + names + ")";
+      return false;
+    }
+    if (!f->read(kv.second, r, error)) {
+      error = key + ": " + error;
+      return false;
+    }
+  }
+  out = r;
+  return true;
+}
+
+}  // namespace ValuesImpl
+
+// A row of the FDB. A row of a type that stands behind a tunnel on this switch is always on a
+// VXLAN tunnel interface: the library takes anything else as a broken invariant, so a scenario
+// cannot write it.
+bool readValue(YAML::Node const& n, Shoal::Bridging::ShoalFdbStatus& out, std::string& error);
+bool readValue(YAML::Node const& n, Shoal::Vxlan::LearnedHost& out, std::string& error);
+bool readValue(YAML::Node const& n, Mlag::HostEntry& out, std::string& error);
+bool readValue(YAML::Node const& n, MlagP2p::HostEntry& out, std::string& error);
+bool readValue(YAML::Node const& n, VxlanController::MacVtepV2& out, std::string& error);
 
 template <class T>
 concept Readable = requires(YAML::Node const& n, T& v, std::string& e) {

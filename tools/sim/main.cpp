@@ -1,8 +1,8 @@
 // mlagvxlan-sim: runs a scenario on a simulated MLAG pair and reports what the two switches
 // agree on, step by step. Without a scenario file it runs the built-in one.
 //
-// Exit codes: 0 every expectation met; 1 an expectation not met; 2 a malformed scenario, a bad
-// option, or a step the library refused.
+// Exit codes: 0 every expectation met; 1 an expectation not met or an input the library refused
+// (the run goes on past it); 2 a malformed scenario or a bad option.
 #include <fmt/format.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -59,8 +59,9 @@ int main(int argc, char** argv) {
   CLI::App app{
       "Runs a scenario on a simulated MLAG pair of VXLAN switches, A and B, on virtual time, and reports after each "
       "step what changed in each switch's outputs and which expectations were met. Without a scenario "
-      "file it runs the built-in one.\n\nExit codes: 0 all expectations met, 1 some not met, 2 bad scenario or "
-      "option."};
+      "file it runs the built-in one.\n\nExit codes: 0 all expectations met, 1 some not met or an input refused by the "
+      "library, "
+      "2 bad scenario or option."};
   std::string scenarioPath;
   std::string jsonPath;
   std::string traceDir;
@@ -137,5 +138,5 @@ int main(int argc, char** argv) {
   if (!traceDir.empty() && !quiet) {
     std::cout << "ring-buffer trace: " << (std::filesystem::path(traceDir) / "Mlag-Vxlan.rl").string() << '\n';
   }
-  return result.failed > 0 ? exitUnmet : 0;
+  return result.failed > 0 || result.refused > 0 ? exitUnmet : 0;
 }
