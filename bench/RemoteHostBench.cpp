@@ -19,10 +19,10 @@
 #include <vector>
 
 #include "BenchSupport.h"
-#include "Vxlan/RemoteHostTableSm.h"
 #include "Vxlan/SmContainer.h"
 #include "entities/PlatformFunctions.h"
 #include "runtime/Clock.h"
+#include "support/RemoteHostSwitch.h"
 
 namespace {
 
@@ -34,41 +34,22 @@ constexpr int recordsPerMac = 3;
 BenchSupport::TempDir benchDir(true);
 
 Bridging::VlanId vlanOf(int i) { return Bridging::VlanId(1 + i % vlanCount); }
-Lanx::EthAddr macOf(int i) {
-  return Lanx::EthAddr(0x0200, static_cast<std::uint16_t>(i >> 16), static_cast<std::uint16_t>(i & 0xffff));
-}
+Lanx::EthAddr macOf(int i) { return TestSupport::remoteMacOf(i); }
 Lanx::IpGenAddr vtepOf(int i) {
   return Lanx::IpAddr(10, 0, static_cast<std::uint8_t>(i >> 8 & 0x7f), static_cast<std::uint8_t>(i & 0xff));
 }
 
 // One switch's inputs with `count` remote MACs, and the state machine on them.
-struct Switch {
-  Vok::ManualLoop loop{1000.0};
+struct Switch : TestSupport::RemoteHostSwitch {
   MlagVxlan::SmContainer::Ptr container = MlagVxlan::smContainerFactory("bench");  // makes the ring handle
-  Brix::Ptr<MlagP2p::HostTable> sent = Brix::newNode<MlagP2p::HostTable>();
-  Brix::Ptr<Mlag::HostTable> mlagHost = Brix::newNode<Mlag::HostTable>();
-  Brix::Ptr<Bridging::Config> config = Brix::newNode<Bridging::Config>();
-  Brix::Ptr<Shoal::Bridging::Status> fdb = Brix::newNode<Shoal::Bridging::Status>();
-  Brix::Ptr<Shoal::Vxlan::FdbStatus> vxfdb = Brix::newNode<Shoal::Vxlan::FdbStatus>();
-  Brix::Ptr<Mlag::ProtoStatus> proto = Brix::newNode<Mlag::ProtoStatus>();
-  Brix::Ptr<Mlag::Status> mlag = Brix::newNode<Mlag::Status>();
-  Brix::Ptr<Vok::Dir> ctrl = Brix::newNode<Vok::Dir>();
-  Brix::Ptr<Vxlan::VtiStatusDir> vtiDir = Brix::newNode<Vxlan::VtiStatusDir>();
-  MlagVxlan::RemoteHostTableSm::Ptr sm;
 
   Switch(int count, Bridging::EntryType type) {
-    proto->peerMonotonicOffsetIs(5.0);
-    proto->peerP2pVersionIs(2);
     for (int i = 0; i < count; ++i) {
-      Bridging::HostKey key(vlanOf(i), macOf(i));
-      fdb->shoalFdbStatusIs(key, Shoal::Bridging::ShoalFdbStatus(key, Vxlan1, 100.0 + i, 0, type));
-      Vxlan::MacVlanPair pair(macOf(i), vlanOf(i));
-      vxfdb->learnedHostIs(pair, Shoal::Vxlan::LearnedHost(100.0 + i, pair, vtepOf(i)));
+      fdbIs(i, vlanOf(i), type, 100.0 + i);
+      learnedIs(i, vlanOf(i), 100.0 + i, vtepOf(i));
     }
   }
-  void build() {
-    sm = MlagVxlan::remoteHostTableSmFactory(sent, mlagHost, config, fdb, vxfdb, proto, mlag, ctrl, vtiDir);
-  }
+  void build() { sm = RemoteHostSwitch::build(); }
 };
 
 void FirstWalk180k(benchmark::State& state) {

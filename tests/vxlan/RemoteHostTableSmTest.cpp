@@ -14,6 +14,7 @@
 #include "Vxlan/RemoteHostTableSm.h"
 #include "Vxlan/SmContainer.h"
 #include "entities/VxlanController/VtepStatus.h"
+#include "support/RemoteHostSwitch.h"
 #include "support/RingLogDir.h"
 #include "vxlan/VlanVniTestSupport.h"
 
@@ -30,47 +31,26 @@ Lanx::IpGenAddr const v6 = Lanx::Ip6Addr::parse("2001:db8::1");
 constexpr std::uint32_t vni = 10010;
 constexpr char waitText[] = "RemoteHostTableSm::handleRemoteMacEntry return Wait for the remote entry on both peers";
 
-EthAddr macOf(int i) { return EthAddr(0x0200, 0, static_cast<std::uint16_t>(i)); }
+EthAddr macOf(int i) { return TestSupport::remoteMacOf(i); }
 
-// The inputs of one switch and the state machine built on them.
-struct Switch {
-  Vok::ManualLoop loop{1000.0};
-  Brix::Ptr<MlagP2p::HostTable> sent = Brix::newNode<MlagP2p::HostTable>();
-  Brix::Ptr<MlagP2p::HostTable> recv = Brix::newNode<MlagP2p::HostTable>();
-  Brix::Ptr<Mlag::HostTable> mlagHost = Brix::newNode<Mlag::HostTable>();
-  Brix::Ptr<Bridging::Config> config = Brix::newNode<Bridging::Config>();
-  Brix::Ptr<Shoal::Bridging::Status> fdb = Brix::newNode<Shoal::Bridging::Status>();
-  Brix::Ptr<Shoal::Vxlan::FdbStatus> vxfdb = Brix::newNode<Shoal::Vxlan::FdbStatus>();
-  Brix::Ptr<Mlag::ProtoStatus> proto = Brix::newNode<Mlag::ProtoStatus>();
-  Brix::Ptr<Mlag::Status> mlag = Brix::newNode<Mlag::Status>();
-  Brix::Ptr<Vok::Dir> ctrl = Brix::newNode<Vok::Dir>();
-  Brix::Ptr<Vxlan::VtiStatusDir> vtiDir = Brix::newNode<Vxlan::VtiStatusDir>();
-  MlagVxlan::RemoteHostTableSm::Ptr sm;
-
+// The shared inputs, with VLAN 10 mapped to `vni` and the test's own ways of reading them.
+struct Switch : TestSupport::RemoteHostSwitch {
   Switch() {
     config->bridgeMacAddrIs(macOf(0xfb1));
     mlag->peerMacAddrIs(macOf(0xfb2));
-    proto->peerMonotonicOffsetIs(5.0);
-    proto->peerP2pVersionIs(2);
     mapIs(10, vni);
   }
-  MlagVxlan::RemoteHostTableSm::Ptr build(Brix::Ptr<MlagP2p::HostTable> const& out = nullptr) {
-    return MlagVxlan::remoteHostTableSmFactory(out ? out : sent, mlagHost, config, fdb, vxfdb, proto, mlag, ctrl,
-                                               vtiDir);
-  }
-  void validIs(bool v) { proto->peerMonotonicOffsetValidIs(v); }
+  Brix::Ptr<MlagP2p::HostTable> recv = Brix::newNode<MlagP2p::HostTable>();
   void mapIs(std::uint16_t vlan, std::uint32_t n) {
     vtiDir->vtiStatusIs(::Vxlan1)->vlanToVniMapIs(Bridging::VlanId(vlan),
                                                   Vxlan::VniSourcePair(::Vxlan1, "evpn", Vxlan::VniExtOrNone(n)));
   }
   void fdbIs(int i, std::uint16_t vlan, EntryType type, double time, std::uint32_t moves = 0,
              Lanx::IntfId intf = ::Vxlan1) {
-    Bridging::HostKey key(Bridging::VlanId(vlan), macOf(i));
-    fdb->shoalFdbStatusIs(key, Shoal::Bridging::ShoalFdbStatus(key, intf, time, moves, type));
+    RemoteHostSwitch::fdbIs(i, Bridging::VlanId(vlan), type, time, moves, intf);
   }
   void learnedIs(int i, std::uint16_t vlan, double time, Lanx::IpGenAddr vtep = v4) {
-    Vxlan::MacVlanPair key(macOf(i), Bridging::VlanId(vlan));
-    vxfdb->learnedHostIs(key, Shoal::Vxlan::LearnedHost(time, key, vtep));
+    RemoteHostSwitch::learnedIs(i, Bridging::VlanId(vlan), time, vtep);
   }
   void hostIs(int i, EntryType type, double time = 100.0, std::uint32_t moves = 0) {
     fdbIs(i, 10, type, time, moves);

@@ -1,5 +1,5 @@
-// Shoal tables: reads of absent keys, and damage found by a read or by a step of a walk, handled
-// the way every reader handles it: report to the table, take the default, carry on.
+// Shoal tables: reads of absent keys, walks, and damage raised at the chosen reads and steps. How
+// a reader handles the damage is tested through the readers (RemoteHostTableSmTest).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -19,13 +19,6 @@ HostKey keyOf(int i) { return HostKey(VlanId(10), EthAddr(0, 0, static_cast<std:
 
 ShoalFdbStatus entryOf(int i) {
   return ShoalFdbStatus(keyOf(i), Lanx::IntfId("Ethernet1"), 100.0 + i, 1, Bridging::EntryType::learnedDynamicMac);
-}
-
-// What a reader saw of a walk before any damage stopped it.
-std::vector<HostKey> walkKeys(Table const& table) {
-  std::vector<HostKey> keys;
-  table.walkUntilDamaged([&](HostKey const& k) { keys.push_back(k); });
-  return keys;
 }
 
 class ShoalMapTest : public ::testing::Test {
@@ -81,25 +74,6 @@ TEST_F(ShoalMapTest, DamageRaisesAtTheChosenAccesses) {
     EXPECT_EQ(raised, c.raised) << "damage kind " << int(c.at) << " n " << c.n;
   }
   table.damageIs(At::nothing);
-}
-
-// The readers' side: a damaged read gives the default and is reported; a damaged step ends the
-// walk where it stands, the end of a walk being a step too.
-TEST_F(ShoalMapTest, ReaderTakesTheDefaultOrStopsTheWalkAndReports) {
-  using At = Shoal::ShoalMapBase::DamageAt;
-  status->shoalFdbStatusIs(keyOf(1), entryOf(1));  // writes are not reads: no countdown
-  table.damageIs(At::nth, 1, "read damaged");
-  EXPECT_EQ(table.readOrDefault(keyOf(2)), ShoalFdbStatus());
-  EXPECT_EQ(table.lastCorruption(), Brix::String("read damaged"));
-  EXPECT_EQ(table.readOrDefault(keyOf(2)), entryOf(2));
-
-  EXPECT_EQ(walkKeys(table), (std::vector<HostKey>{keyOf(1), keyOf(2), keyOf(3), keyOf(4)}));
-  table.damageIs(At::nth, 3, "walk damaged");
-  EXPECT_EQ(walkKeys(table), (std::vector<HostKey>{keyOf(1), keyOf(2)}));
-  table.damageIs(At::nth, 5);
-  EXPECT_EQ(walkKeys(table).size(), 4u);
-  EXPECT_EQ(table.corruptionReports(), 3u);
-  EXPECT_EQ(table.lastCorruption(), Brix::String("Shoal table damaged"));
 }
 
 TEST_F(ShoalMapTest, WalkGivesRecordsAndSkipsDeletedEntries) {
