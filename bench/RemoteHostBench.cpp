@@ -8,7 +8,8 @@
 // Baseline in the same binary:
 //   MandatedWork: the same first walk done by hand: for each learned host the two reads by key,
 //   the both-sides test, the encoded interface, the entry written to an absl::flat_hash_map, and the
-//   same ring records (entry, last move time, return) appended to a plain buffer.
+//   same ring records (entry, last move time, return), each with its time, appended to a plain
+//   buffer.
 //   FirstWalk / MandatedWork is the cost of the runtime, the entities and the trace.
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
@@ -96,6 +97,7 @@ struct Sent {
 std::uint64_t keyOf(int i) { return std::uint64_t{vlanOf(i).value()} << 48 | static_cast<std::uint64_t>(i); }
 
 void MandatedWork(benchmark::State& state) {
+  Vok::ManualLoop loop{1000.0};  // the walk's time source, which the ring records read
   absl::flat_hash_map<std::uint64_t, Fdb> fdb;
   absl::flat_hash_map<std::uint64_t, Learned> learned;
   for (int i = 0; i < macCount; ++i) {
@@ -110,7 +112,7 @@ void MandatedWork(benchmark::State& state) {
     ring.clear();
     for (auto const& walked : learned) {
       std::uint64_t const key = walked.first;
-      ring.push_back(Record{1, ++seq, 0.0, {key, 0}});
+      ring.push_back(Record{1, ++seq, Vok::System::currentTime(), {key, 0}});
       auto const& f = fdb.at(key);
       auto const& host = learned.at(key);  // the decision reads both tables by key
       if (!Bridging::isEntryTypeSelf(f.type) || !Bridging::isEntryTypeRemote(f.type) ||
@@ -119,9 +121,9 @@ void MandatedWork(benchmark::State& state) {
       }
       std::string intf = std::string(f.intf.stringValue().view()) + ":" + std::string(host.vtep.stringValue().view());
       double t = f.lastMoveTime + 5.0;
-      ring.push_back(Record{2, ++seq, 0.0, {static_cast<std::uint64_t>(t), f.moves}});
+      ring.push_back(Record{2, ++seq, Vok::System::currentTime(), {static_cast<std::uint64_t>(t), f.moves}});
       sent[key] = Sent{std::move(intf), t, f.moves, static_cast<std::uint8_t>(f.type)};
-      ring.push_back(Record{3, ++seq, 0.0, {0, 0}});
+      ring.push_back(Record{3, ++seq, Vok::System::currentTime(), {0, 0}});
     }
     if (sent.size() != macCount) state.SkipWithError("baseline incomplete");
     benchmark::DoNotOptimize(ring.data());

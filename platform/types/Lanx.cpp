@@ -303,9 +303,19 @@ Brix::String EthAddr::stringValue() const {
 
 std::ostream& operator<<(std::ostream& os, EthAddr const& addr) { return os << addr.stringValue(); }
 
+// Written digit by digit: the remote-MAC walk makes one of these per MAC.
 Brix::String IpAddr::stringValue() const {
   auto b = bytes();
-  return fmt::format("{}.{}.{}.{}", b[0], b[1], b[2], b[3]);
+  char text[16];
+  char* p = text;
+  for (std::size_t i = 0; i < 4; ++i) {
+    unsigned v = b[i];
+    if (v >= 100) *p++ = static_cast<char>('0' + v / 100);
+    if (v >= 10) *p++ = static_cast<char>('0' + v / 10 % 10);
+    *p++ = static_cast<char>('0' + v % 10);
+    if (i < 3) *p++ = '.';
+  }
+  return Brix::String(std::string_view(text, static_cast<std::size_t>(p - text)));
 }
 
 std::ostream& operator<<(std::ostream& os, IpAddr const& addr) { return os << addr.stringValue(); }

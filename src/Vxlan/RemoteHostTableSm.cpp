@@ -22,9 +22,13 @@ bool onBothSides(Shoal::Bridging::ShoalFdbStatus const& fdbEntry, Shoal::Vxlan::
 
 // The interface as the peer gets it: full name, ":" and the VTEP address, IPv6 fully expanded.
 std::string encodedIntfOf(Lanx::IntfId intf, Lanx::IpGenAddr const& vtepIp) {
-  Brix::String addr =
+  Brix::String const name = intf.stringValue();
+  Brix::String const addr =
       vtepIp.af() == Lanx::AddressFamily::ipv4 ? vtepIp.stringValue() : vtepIp.v6Addr().stringValueExpanded();
-  return fmt::format("{}:{}", intf.stringValue().view(), addr.view());
+  std::string out;
+  out.reserve(name.size() + 1 + addr.size() + 4);  // room for the preference of a controller entry
+  out.append(name.view()).append(1, ':').append(addr.view());
+  return out;
 }
 
 }  // namespace
