@@ -5,9 +5,12 @@
 #include <rapidcheck.h>
 #include <rapidcheck/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <deque>
 #include <limits>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -394,6 +397,69 @@ RC_GTEST_PROP(RemoteHostTableProperty, SentTableEndsWhereAFreshOneStarts, ()) {
     RC_ASSERT(*w.sent == *freshSent);
   }
   RC_ASSERT(Brix::Node::liveCount() == baseline);
+}
+
+// The queue against a model: a deque of keys and the set of MACs whose controller record is
+// there. Events defer unresolved MACs; each pass takes at most maxCodefMacs keys from the
+// front, sends the resolved and puts the others back; the clock is set as the pass left it.
+RC_GTEST_PROP(RemoteHostTableProperty, QueueFollowsADequeAndASet, ()) {
+  Switch w;
+  w.validIs(true);
+  for (int i = 1; i <= 8; ++i) w.hostIs(i, EntryType::receivedRemoteMac);
+  w.sm = w.build();
+  std::uint32_t const batch = *rc::gen::inRange(1u, 5u);
+  w.sm->maxCodefMacsIs(batch);
+  std::deque<int> queue;
+  for (int i = 1; i <= 8; ++i) queue.push_back(i);  // the first walk deferred every one
+  std::set<int> resolved;
+  Brix::Duration due = 1010.0;
+  for (int n = *rc::gen::inRange(0, 30); n > 0; --n) {
+    int const i = *rc::gen::inRange(1, 9);
+    switch (*rc::gen::inRange(0, 3)) {
+      case 0:  // an event for the MAC: an unresolved one joins the queue again, a duplicate
+        w.sm->handleRemoteMacEntry(macOf(i), 10);
+        if (!resolved.count(i)) {
+          queue.push_back(i);
+          due = Vok::System::currentTime() + 10.0;
+        }
+        break;
+      case 1:
+        if (resolved.insert(i).second) w.controllerIs(i, static_cast<std::uint8_t>(i));
+        break;
+      default: {
+        Brix::Duration const until = Vok::System::currentTime() + *rc::gen::element(1.0, 5.0, 10.0, 25.0);
+        while (due <= until) {
+          Brix::Duration const now = due;
+          due = Brix::never;
+          std::size_t const count = queue.size();
+          for (std::size_t k = std::min<std::size_t>(count, batch); k > 0; --k) {
+            int const key = queue.front();
+            queue.pop_front();
+            if (!resolved.count(key)) {
+              queue.push_back(key);
+              due = now + 10.0;
+            }
+          }
+          if (queue.empty()) continue;
+          due = queue.size() == count ? now + 10.0 : now;
+        }
+        w.loop.advanceTo(until);
+        break;
+      }
+    }
+    RC_ASSERT(w.queued() == queue.size());
+    RC_ASSERT(w.timeMin() == (queue.empty() ? Brix::never : due));
+    if (!queue.empty()) {
+      RC_ASSERT(w.sm->deferredVcsMacFront().addr() == macOf(queue.front()));
+      RC_ASSERT(w.sm->deferredVcsMacBack().addr() == macOf(queue.back()));
+    }
+  }
+  for (int i = 1; i <= 8; ++i) {
+    bool const queuedNow = std::find(queue.begin(), queue.end(), i) != queue.end();
+    bool const sentNow = !w.sentOf(i).empty();
+    RC_ASSERT(!sentNow || resolved.count(i) > 0);               // only what the controller resolved goes out
+    RC_ASSERT(queuedNow || resolved.count(i) == 0 || sentNow);  // and what left the queue went out
+  }
 }
 
 }  // namespace
