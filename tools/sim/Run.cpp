@@ -220,7 +220,7 @@ std::string expected(Expectation const& e) {
       return std::to_string(e.count) + (e.count == 1 ? " key" : " keys");
     case Expectation::Mode::fields: {
       std::string out;
-      for (auto const& [name, value] : e.fields) out += (out.empty() ? "" : ", ") + name + "=" + value;
+      for (auto const& [name, value] : e.fields) out += fmt::format("{}{}={}", out.empty() ? "" : ", ", name, value);
       return out;
     }
   }

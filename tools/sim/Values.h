@@ -3,6 +3,7 @@
 // cannot be written yet; expectations on it compare its text form as written.
 #pragma once
 
+#include <fmt/format.h>
 #include <yaml-cpp/yaml.h>
 
 #include <algorithm>
@@ -359,11 +360,11 @@ bool record(YAML::Node const& n, R& out, std::string& error, std::initializer_li
     std::string const key = kv.first.IsScalar() ? kv.first.Scalar() : std::string();
     auto f = std::find_if(fields.begin(), fields.end(), [&](Field<R> const& x) { return key == x.name; });
     if (f == fields.end()) {
-      error = "unknown field '" + key + "' (expected " + names + ")";
+      error = fmt::format("unknown field '{}' (expected {})", key, names);
       return false;
     }
     if (!f->read(kv.second, r, error)) {
-      error = key + ": " + error;
+      error.insert(0, key + ": ");
       return false;
     }
   }
