@@ -92,46 +92,6 @@ steps:
   }
 }
 
-TEST(ReportTest, ExpectationsLookAtValuesMembersAndCounts) {
-  Sim::Pair p;
-  p.a.vtiStatusDir->vtiStatusIs(Vxlan1);
-  p.a.localVxStatus->vtepTypeAddrIs(Vxlan::VtepType::localVtep, Lanx::IpAddr(10, 0, 0, 1));
-  p.a.localVxStatus->vtepTypeAddrIs(Vxlan::VtepType::mlagVtep, Lanx::IpAddr(10, 0, 0, 3));
-  Sim::Flat flat = Sim::flattenSwitch(p.a);
-  EXPECT_EQ(flat.at("localVxStatus.vtepTypeAddr[mlagVtep]"), "10.0.0.3");
-  EXPECT_EQ(flat.at("vtiStatusDir.vtiStatus[Vxlan1].intfId"), "Vxlan1");
-
-  Sim::Scenario sc = Sim::parseScenario(R"(
-steps:
-  - expect:
-      A:
-        localVxStatus.vtepTypeAddr[1]: 10.0.0.1
-        localVxStatus.vtepTypeAddr[alternateVtep]: absent
-        localVxStatus.vtepTypeAddr: {count: 2}
-        vtiStatusDir.vtiStatus[Vxlan1]: present
-        vtiStatusDir.vtiStatus[Vxlan2]: absent
-        vtiStatusDir.vtiStatus[Vxlan1].localVtepAddr: 0.0.0.0
-        container.primarySm: absent
-        localVxStatus.vtepTypeAddr[mlagVtep]: {value: 10.0.0.3}
-  - expect:
-      A:
-        localVxStatus.vtepTypeAddr[mlagVtep]: 10.0.0.4
-        localVxStatus.vtepTypeAddr: {count: 3}
-        vtiStatusDir.vtiStatus[Vxlan1]: absent
-        localVxStatus.vtepTypeAddr[alternateVtep]: present
-)",
-                                        "e.yaml");
-  std::string found;
-  for (auto const& e : sc.steps[0].expect) EXPECT_TRUE(Sim::expectationMet(flat, e, found)) << e.probe.line;
-  auto const& unmet = sc.steps[1].expect;
-  ASSERT_EQ(unmet.size(), 4u);
-  std::vector<std::string> const wasFound = {"10.0.0.3", "2 keys", "present", "absent"};
-  for (std::size_t i = 0; i < unmet.size(); ++i) {
-    EXPECT_FALSE(Sim::expectationMet(flat, unmet[i], found)) << unmet[i].probe.line;
-    EXPECT_EQ(found, wasFound[i]);
-  }
-}
-
 TEST(ReportTest, PathsWriteAndDeleteAnyEntityOfASwitch) {
   Sim::Pair p;
   YAML::Node doc = YAML::Load(R"(

@@ -1,6 +1,6 @@
 // Remote MACs: the decision of handleRemoteMacEntry at each of its exits, the deferred queue on
-// virtual time, damage in the shared tables, the peer clock lost and regained, VTIs replaced,
-// and the level-triggered paths against a fresh state machine.
+// virtual time, damage in the shared tables, VTIs replaced, and the level-triggered paths against
+// a fresh state machine.
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 #include <rapidcheck/gtest.h>
@@ -241,37 +241,6 @@ TEST_F(RemoteHostTableSmTest, QueueRotatesOnVirtualTime) {
   EXPECT_EQ(s->queued(), 0u);
   EXPECT_EQ(s->sentOf(251), "Vxlan1:10.0.0.1:4 105 0 7");
   EXPECT_EQ(s->timeMin(), Brix::never) << "an emptied queue leaves the clock alone";
-}
-
-// While the peer clock is invalid nothing runs and nothing is traced; its return walks the
-// learned hosts and brings back what was deferred.
-TEST_F(RemoteHostTableSmTest, PeerClockLostAndRegained) {
-  s->hostIs(1, EntryType::learnedRemoteMac);
-  s->hostIs(2, EntryType::receivedRemoteMac);
-  s->validIs(true);
-  s->sm = s->build();
-  EXPECT_EQ(s->sentOf(1), "Vxlan1:10.0.0.1 105 0 5");
-  EXPECT_EQ(s->queued(), 1u);
-
-  s->validIs(false);
-  EXPECT_FALSE(s->sm->initialized());
-  EXPECT_EQ(s->queued(), 0u);
-  EXPECT_EQ(s->timeMin(), Brix::never);
-  EXPECT_EQ(s->sentOf(1), "Vxlan1:10.0.0.1 105 0 5") << "the cleanup leaves what was sent";
-  trace.take();
-  s->hostIs(1, EntryType::configuredRemoteMac, 200.0);
-  s->hostIs(3, EntryType::learnedRemoteMac);
-  s->controllerIs(2, 3);
-  s->mapIs(10, vni + 1);
-  s->mapIs(10, vni);
-  s->loop.advanceBy(100.0);
-  EXPECT_EQ(trace.take(), std::vector<std::string>{});
-  EXPECT_EQ(s->sent->hostEntryCount(), 1u);
-
-  s->validIs(true);
-  EXPECT_EQ(s->sentOf(1), "Vxlan1:10.0.0.1 205 0 6");
-  EXPECT_EQ(s->sentOf(2), "Vxlan1:10.0.0.1:3 105 0 7");
-  EXPECT_EQ(s->sentOf(3), "Vxlan1:10.0.0.1 105 0 5");
 }
 
 // A mapping's arrival replays its VLAN; a VTI object replaced under a live interface rebinds

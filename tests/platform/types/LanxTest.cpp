@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <initializer_list>
 #include <limits>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,13 +24,7 @@ using Lanx::Ip6Addr;
 using Lanx::IpAddr;
 using Lanx::IpGenAddr;
 using ValueChecks::hashOf;
-
-template <class T>
-std::string text(T const& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
-}
+using ValueChecks::text;
 
 TEST(IntfId, NamesRoundTripWithTheirShortNames) {
   // The last five are names the encoding does not hold: they keep their text and abbreviation.
