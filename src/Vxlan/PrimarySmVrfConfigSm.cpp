@@ -191,14 +191,15 @@ void PrimarySm::VrfConfigSm::handleVrfArpInputForVlanIpCapablePeer(Arp::InputCon
   Mlag::VxlanStatus& sentVxStatus = *owner()->sentVxStatus();
   auto sent = sentVxStatus.arpStatusWithVlan(name_);
   Mlag::VlanIpSource const member(vlanId, ipAddr, owner()->arpInputConfig()->source());
+  // The row's key is traced as itself: its text form is toStrep(), made only for a text line.
   if (notPublished(entry)) {
     if (!sent) return;
-    VXLAN_TRACE(6, " Del ARP entry to sentArpStatusWithVlan  {member}", member.toStrep());
+    VXLAN_TRACE(6, " Del ARP entry to sentArpStatusWithVlan  {member}", member);
     sent->arpEntryDel(member);
     if (sent->arpEntryCount() == 0) delVlanIpVrfFromSent();
     return;
   }
-  VXLAN_TRACE(6, " Add ARP entry to sentArpStatusWithVlan  {member}", member.toStrep());
+  VXLAN_TRACE(6, " Add ARP entry to sentArpStatusWithVlan  {member}", member);
   if (!sent) sent = sentVxStatus.arpStatusWithVlanIs(name_);
   sent->arpEntryIs(member, entry.ethAddr());
 }

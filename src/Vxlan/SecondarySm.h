@@ -132,7 +132,7 @@ class SecondarySm : public Vok::StateMachine {
     static bool peerHas(Mlag::VxlanStatus const& recv, L3::VrfName const& vrf) {
       return recv.arpStatusWithVlanHas(vrf);
     }
-    static Brix::String rowText(Mlag::VlanIpSource const& row) { return row.toStrep(); }
+    static Mlag::VlanIpSource const& rowText(Mlag::VlanIpSource const& row) noexcept { return row; }
     void handleAll() { handlePeerArpEntryWithVlan(); }
     void handleKey(Key const& key) { handlePeerArpEntryWithVlan(key); }
   };

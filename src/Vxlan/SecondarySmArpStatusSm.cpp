@@ -130,12 +130,11 @@ void SecondarySm::ArpStatusWithVlanSm::handlePeerArpEntryWithVlan(Mlag::VlanIpSo
     VXLAN_TRACE(6,
                 "SecondarySm::ArpStatusWithVlanSm({vrfName})::handlePeerArpEntryWithVlan() add {key} ethAddr: "
                 "{ethAddr}",
-                vrfName(), key.toStrep(), ethAddr);
+                vrfName(), key, ethAddr);
     out->arpEntryIs(key, ethAddr);
     return;
   }
-  VXLAN_TRACE(6, "SecondarySm::ArpStatusWithVlanSm({vrfName})::handlePeerArpEntryWithVlan() del {key}", vrfName(),
-              key.toStrep());
+  VXLAN_TRACE(6, "SecondarySm::ArpStatusWithVlanSm({vrfName})::handlePeerArpEntryWithVlan() del {key}", vrfName(), key);
   dropRow(*out, key);
 }
 
