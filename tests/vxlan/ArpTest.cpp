@@ -10,6 +10,9 @@
 #include <vector>
 
 #include "Vxlan/Trace.h"
+#include "support/RingLogDir.h"
+#include "trace/DualLog.h"
+#include "trace/RingLogReader.h"
 #include "vxlan/ArpTestSupport.h"
 #include "vxlan/PublicationRecorder.h"
 #include "vxlan/VlanVniTestSupport.h"
@@ -242,6 +245,26 @@ TEST_F(ArpTest, SecondaryLateNotificationAfterTheVrfLeftReadsAnEmptyTable) {
   EXPECT_EQ(atLate, (Tables{{"red", {{"vlanId: 0, ipAddr: 10.0.0.2, arpSource: peer", mac2}}}}));
   EXPECT_TRUE(traced("SecondarySm::ArpStatusSm(red)::handlePeerArpEntry() del ipAddr 10.0.0.3"));
   EXPECT_EQ(withVlan(*pair.localS), Tables{});
+}
+
+// A row's key goes into the ring as its bytes; the decoder gives the text the text trace gives.
+TEST(ArpTraceTest, ARowKeyDecodesToItsTextForm) {
+  TestSupport::RingLogDir dir;
+  std::unique_ptr<RingLog::TraceHandle> rl{RingLog::initialize_handle("arp.rl", nullptr, nullptr, 0, 0)};
+  Vok::TraceHandle text{"ArpTraceTest", false};
+  text.levelMaskIs(1u << 6);
+  Vok::TraceCapture capture;
+  for (auto const& k :
+       {Mlag::VlanIpSource(Bridging::VlanIdOrNone(4094), Lanx::IpGenAddr::parse("2001:db8::1"), Arp::ArpSourceId::evpn),
+        Mlag::VlanIpSource(Bridging::VlanIdOrNone(), Lanx::IpAddr(10, 0, 0, 1), Arp::ArpSource(std::uint8_t{7}))}) {
+    DUAL_LOG(rl.get(), &text, 6, " add {key}", k);
+  }
+  std::vector<std::string> const expected{" add vlanId: 4094, ipAddr: 2001:db8::1, arpSource: evpn",
+                                          " add vlanId: 0, ipAddr: 10.0.0.1, arpSource: unknown"};
+  EXPECT_EQ(capture.texts(), expected);
+  std::vector<std::string> decoded;
+  for (auto const& r : RingLog::decodeFile(rl->fileName()).records) decoded.push_back(r.text);
+  EXPECT_EQ(decoded, expected);
 }
 
 }  // namespace
