@@ -58,12 +58,14 @@ SecondarySm::Ptr secondarySmFactory(
 // that goes runs its cleanup.
 void SecondarySm::recvVxStatusDispatch(Brix::Publisher const*, Brix::Subscriber* subscriber, Brix::FieldId field,
                                        void const* key, void const*) noexcept {
+  bool const byVrf = field == Mlag::VxlanStatus::arpStatusField;
+  if (!byVrf && field != Mlag::VxlanStatus::arpStatusWithVlanField) return;
   auto* self = subscriber->ownerAs<SecondarySm>();
   if (!self->recvVxStatus_) return;
   auto const& vrfName = *static_cast<L3::VrfName const*>(key);
-  if (field == Mlag::VxlanStatus::arpStatusField) {
+  if (byVrf) {
     self->arpStatus_.follow(vrfName, self->recvVxStatus_->arpStatus(vrfName));
-  } else if (field == Mlag::VxlanStatus::arpStatusWithVlanField) {
+  } else {
     self->arpStatusWithVlan_.follow(vrfName, self->recvVxStatus_->arpStatusWithVlan(vrfName));
   }
 }

@@ -91,7 +91,7 @@ void SecondarySm::ArpStatusSm::handlePeerArpEntry(Lanx::IpAddr ip) {
   std::string_view const delOrAdd = present ? "add" : "del";
   VXLAN_TRACE(6, "SecondarySm::ArpStatusSm({vrfName})::handlePeerArpEntry() {delOrAdd} ipAddr {ip}", vrfName(),
               delOrAdd, ip);
-  Mlag::VlanIpSource const key(Bridging::VlanIdOrNone(), Lanx::IpGenAddr(ip), Arp::ArpSource(Arp::ArpSourceId::peer));
+  Mlag::VlanIpSource const key{Bridging::VlanIdOrNone(), Lanx::IpGenAddr(ip), Arp::ArpSource(Arp::ArpSourceId::peer)};
   if (present) {
     out->arpEntryIs(key, entry.ethAddr());
     return;
