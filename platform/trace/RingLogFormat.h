@@ -18,7 +18,7 @@
 //   s  2 bytes   i  4 bytes   u  1 byte   b  1 byte (0 or 1)   d  8 bytes, a double
 //   E  6 bytes, three 16-bit words   I  4 bytes, address byte order   I6  16 bytes
 //   IGO  1 byte family (1 IPv4, 2 IPv6), then 4, 16 or no bytes
-//   MV, MVP  E then s   VIPO  s then IGO   VSP  i then p   MVT  E, I, i, u
+//   MV, MVP  E then s   VIPO  s then IGO   VIS  s, IGO, u   VSP  i then p   MVT  E, I, i, u
 //   F<n>  1 byte, an enumeration described by the type entry n of the table
 #pragma once
 

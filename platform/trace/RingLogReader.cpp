@@ -15,6 +15,7 @@
 #include "trace/RingLogFormat.h"
 #include "types/Bridging.h"
 #include "types/Lanx.h"
+#include "types/Mlag.h"
 #include "types/Vxlan.h"
 #include "types/VxlanController.h"
 
@@ -24,7 +25,7 @@ namespace {
 
 using namespace Format;
 
-enum class Kind { p, s, i, u, b, d, E, I, I6, IGO, MV, MVP, VIPO, VSP, MVT, F };
+enum class Kind { p, s, i, u, b, d, E, I, I6, IGO, MV, MVP, VIPO, VIS, VSP, MVT, F };
 
 struct Code {
   Kind kind;
@@ -38,9 +39,10 @@ struct Message {
 
 std::optional<Code> parseCode(std::string_view c) {
   static constexpr std::pair<std::string_view, Kind> table[] = {
-      {"p", Kind::p},   {"s", Kind::s},     {"i", Kind::i},       {"u", Kind::u},     {"b", Kind::b},
-      {"d", Kind::d},   {"E", Kind::E},     {"I", Kind::I},       {"I6", Kind::I6},   {"IGO", Kind::IGO},
-      {"MV", Kind::MV}, {"MVP", Kind::MVP}, {"VIPO", Kind::VIPO}, {"VSP", Kind::VSP}, {"MVT", Kind::MVT}};
+      {"p", Kind::p},       {"s", Kind::s},     {"i", Kind::i},     {"u", Kind::u},
+      {"b", Kind::b},       {"d", Kind::d},     {"E", Kind::E},     {"I", Kind::I},
+      {"I6", Kind::I6},     {"IGO", Kind::IGO}, {"MV", Kind::MV},   {"MVP", Kind::MVP},
+      {"VIPO", Kind::VIPO}, {"VIS", Kind::VIS}, {"VSP", Kind::VSP}, {"MVT", Kind::MVT}};
   for (auto const& [name, kind] : table)
     if (c == name) return Code{kind};
   if (c.size() > 1 && c[0] == 'F' &&
@@ -332,6 +334,18 @@ class Decoder {
       case Kind::VIPO: {
         auto vlan = c.get<std::uint16_t>();
         return appendStreamed(out, Vxlan::VlanIpPair(vlan, getIgo(c)));
+      }
+      case Kind::VIS: {
+        auto vlan = c.get<std::uint16_t>();
+        auto addr = getIgo(c);
+        auto source = Arp::ArpSource(c.get<std::uint8_t>());
+        // A VLAN beyond the range (a damaged record) leaves the address alone.
+        if (vlan > Bridging::VlanIdOrNone::max) {
+          out += addr.stringValue().view();
+          return;
+        }
+        out += Mlag::VlanIpSource(Bridging::VlanIdOrNone(vlan), addr, source).toStrep().view();
+        return;
       }
       case Kind::VSP: {
         auto intf = getText(c);

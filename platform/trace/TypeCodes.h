@@ -36,6 +36,7 @@
 #include "types/Bridging.h"
 #include "types/L3.h"
 #include "types/Lanx.h"
+#include "types/Mlag.h"
 #include "types/Vxlan.h"
 #include "types/VxlanController.h"
 
@@ -278,6 +279,21 @@ struct TypeCode<Vxlan::VlanIpPair> {
     rb->putRaw(v.vlanId());
     TypeCode<Lanx::IpGenAddr>::put(rb, v.ipAddr());
   }
+};
+// A published ARP row's key: VLAN, address, source byte. Its text is the key's own text form, made
+// only for a text line or by the decoder, never on the way into the ring.
+template <>
+struct TypeCode<Mlag::VlanIpSource> {
+  static constexpr char const* code = "VIS";
+  static constexpr std::uint32_t size(Mlag::VlanIpSource const& v) noexcept {
+    return 2 + TypeCode<Lanx::IpGenAddr>::size(v.ipAddr()) + 1;
+  }
+  static void put(RingBuf* rb, Mlag::VlanIpSource const& v) noexcept {
+    rb->putRaw(v.vlanId().value());
+    TypeCode<Lanx::IpGenAddr>::put(rb, v.ipAddr());
+    rb->putRaw(v.arpSource().value());
+  }
+  static void text(std::string& out, Mlag::VlanIpSource const& v) { out += v.toStrep().view(); }
 };
 // Interface name, source, VNI, flags. The interface goes by its name, which is made here: the
 // one value whose ring part formats.

@@ -364,23 +364,12 @@ Brix::String Ip6Addr::stringValueExpanded() const {
   return s;
 }
 
-std::size_t Ip6Addr::hash() const noexcept {
-  std::uint64_t hi = 0, lo = 0;
-  for (std::size_t i = 0; i < 8; ++i) hi = hi << 8 | bytes_[i];
-  for (std::size_t i = 8; i < 16; ++i) lo = lo << 8 | bytes_[i];
-  return ValueHash::of(hi, lo);
-}
-
 std::ostream& operator<<(std::ostream& os, Ip6Addr const& addr) { return os << addr.stringValue(); }
 
 Brix::String IpGenAddr::stringValue() const {
   if (isV4()) return v4Addr().stringValue();
   if (isV6()) return v6Addr().stringValue();
   return "unknown";
-}
-
-std::size_t IpGenAddr::hash() const noexcept {
-  return ValueHash::combine(Ip6Addr(bytes_).hash(), static_cast<std::size_t>(af_));
 }
 
 std::ostream& operator<<(std::ostream& os, IpGenAddr const& addr) { return os << addr.stringValue(); }

@@ -230,7 +230,13 @@ class Ip6Addr {
   Brix::String stringValue() const;
   // All eight groups with four digits each, as in "2001:0db8:0000:0000:0000:0000:0000:0001".
   Brix::String stringValueExpanded() const;
-  std::size_t hash() const noexcept;
+  std::size_t hash() const noexcept { return ValueHash::combine(ValueHash::mix(word(0)), word(1)); }
+  // The address as two 64-bit words in memory order, for hashing.
+  constexpr std::uint64_t word(std::size_t i) const noexcept {
+    std::uint64_t w = 0;
+    for (std::size_t k = 0; k < 8; ++k) w |= std::uint64_t{bytes_[8 * i + k]} << (8 * k);
+    return w;
+  }
 
   friend constexpr bool operator==(Ip6Addr const&, Ip6Addr const&) noexcept = default;
   friend constexpr auto operator<=>(Ip6Addr const&, Ip6Addr const&) noexcept = default;
@@ -272,7 +278,12 @@ class IpGenAddr {
 
   // The text of the address of its family; "unknown" for a family other than IPv4 and IPv6.
   Brix::String stringValue() const;
-  std::size_t hash() const noexcept;
+  // The family goes into the last byte of the first word, which no IPv4 address uses.
+  std::size_t hash() const noexcept {
+    Ip6Addr const a(bytes_);
+    return ValueHash::combine(ValueHash::mix(a.word(0) ^ std::uint64_t{static_cast<std::uint8_t>(af_)} << 56),
+                              a.word(1));
+  }
 
   friend constexpr bool operator==(IpGenAddr const&, IpGenAddr const&) noexcept = default;
   friend constexpr auto operator<=>(IpGenAddr const&, IpGenAddr const&) noexcept = default;

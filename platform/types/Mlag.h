@@ -62,7 +62,9 @@ class VlanIpSource {
 
   // "vlanId: 10, ipAddr: 10.0.0.1, arpSource: dynamic"
   Brix::String toStrep() const;
-  std::size_t hash() const noexcept { return ValueHash::of(vlanId_, ipAddr_, arpSource_); }
+  std::size_t hash() const noexcept {
+    return ValueHash::combine(ipAddr_.hash(), std::size_t{vlanId_.value()} << 8 | arpSource_.value());
+  }
   friend constexpr bool operator==(VlanIpSource const&, VlanIpSource const&) noexcept = default;
 
  private:

@@ -15,9 +15,13 @@ PrimarySm::PrimarySm(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::
       localVxStatus_(std::move(localVxStatus)),
       vtiStatusDir_(std::move(vtiStatusDir)),
       vtepStatusDir_(this, std::move(vtepStatusDir)),
-      arpInputConfig_(this, std::move(arpInputConfig)),
+      arpInputConfig_(this, std::move(arpInputConfig), &arpInputConfigDispatch),
       bfdStatusPeer_(std::move(bfdStatusPeer)),
       mlagStatus_(std::move(mlagStatus)) {
+  // Each VRF's reactor makes its first run as it is made, before this class's own.
+  if (arpInputConfig_) {
+    for (auto it = arpInputConfig_->vrfIter(); !it.done(); it.advance()) vrfIs(it.value());
+  }
   handleInitialized();
 }
 
@@ -43,6 +47,16 @@ PrimarySm::Ptr primarySmFactory(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus,
                          std::move(vtiStatusDir), std::move(vtepStatusDir), std::move(arpInputConfig),
                          std::move(bfdStatusPeer), std::move(mlagStatus));
   return out;
+}
+
+// The collection follows the input whatever the state of this object: a reactor that goes runs
+// its cleanup.
+void PrimarySm::arpInputConfigDispatch(Brix::Publisher const*, Brix::Subscriber* subscriber, Brix::FieldId field,
+                                       void const* key, void const*) noexcept {
+  auto* self = subscriber->ownerAs<PrimarySm>();
+  if (field != Arp::InputConfig::vrfField || !self->arpInputConfig_) return;
+  auto const& name = *static_cast<L3::VrfName const*>(key);
+  self->vrf_.follow(name, self->arpInputConfig_->vrf(name));
 }
 
 // Without an ARP input no VRF is configured, so whatever a former role published is stale.

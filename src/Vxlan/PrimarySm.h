@@ -1,11 +1,13 @@
 // PrimarySm: the role state machine of the MLAG primary. From the switch's own inputs it fills
 // sentVxStatus, which the transport carries to the peer; it owns the VLAN-to-VNI exchange of
-// this side (VlanToVniMapSm, made at its first run) and, when the role ends, leaves both status
-// objects clean for the next role.
+// this side (VlanToVniMapSm, made at its first run), publishes the ARP table of each configured
+// VRF (one VrfConfigSm per VRF) and, when the role ends, leaves both status objects clean for the
+// next role.
 #pragma once
 
 #include <tuple>
 
+#include "Vxlan/RoleCommon.h"
 #include "Vxlan/VlanToVniMapSm.h"
 #include "entities/Arp/InputConfig.h"
 #include "entities/Bfd/StatusPeer.h"
@@ -14,12 +16,67 @@
 #include "entities/Vxlan/VtiStatus.h"
 #include "entities/VxlanController/VtepStatus.h"
 #include "runtime/StateMachine.h"
+#include "types/Arp.h"
+#include "types/L3.h"
 
 namespace MlagVxlan {
 
 class PrimarySm : public Vok::StateMachine {
  public:
   using Ptr = Brix::Ptr<PrimarySm>;
+
+  // Publishes the ARP table of one configured VRF to the peer, in the form the peer takes: by
+  // VRF (IPv4 only) into sentVxStatus.arpStatus, or with VLAN (IPv4 and IPv6) into
+  // sentVxStatus.arpStatusWithVlan, as the peer's flag peerArpByVlanIpCapable says.
+  class VrfConfigSm : public Vok::Reactor<PrimarySm, Arp::InputConfigVrf> {
+   public:
+    using Ptr = Brix::Ptr<VrfConfigSm>;
+    static char const* vokRecvVxStatusTypeName() noexcept {
+      return "MlagVxlan::PrimarySm::VrfConfigSm::VokRecvVxStatus";
+    }
+
+    void handlePeerArpByVlanIpCapable();
+    using VokRecvVxStatus = VokPeerArpCapable<VrfConfigSm, &VrfConfigSm::handlePeerArpByVlanIpCapable>;
+
+    VrfConfigSm(PrimarySm* primarySm, Brix::Ptr<Arp::InputConfigVrf const> const& vrf);
+    static L3::VrfName keyOf(Arp::InputConfigVrf const& vrf) { return vrf.name(); }
+    char const* typeData() const override { return "MlagVxlan::PrimarySm::VrfConfigSm"; }
+    void onAttribute(Brix::FieldId field, void const* key) override;
+
+    PrimarySm* primarySm() const noexcept { return owner(); }
+    Brix::Ptr<Arp::InputConfigVrf const> vrf() const noexcept { return inputPtr(); }
+    L3::VrfName const& name() const noexcept { return name_; }
+    bool peerArpByVlanIpCapable() const noexcept { return peerArpByVlanIpCapable_; }
+    bool initialized() const noexcept { return initialized_; }
+
+    void recvVxStatusIs(Brix::Ptr<Mlag::VxlanStatus const> const& status) {
+      VokRecvVxStatus::bind(recvVxStatus_, status);
+    }
+    void recvVxStatusDel() { recvVxStatus_.del(); }
+    VokRecvVxStatus* recvVxStatus() const noexcept { return recvVxStatus_.get(); }
+
+    void handleIpv4VrfArpInput();
+    void handleIpv4VrfArpInput(Arp::InputConfigKey const& key);
+    void handleVrfArpInputForVlanIpCapablePeer();
+    void handleVrfArpInputForVlanIpCapablePeer(Arp::InputConfigKey const& key);
+    void handleInitialized();
+    void cleanup();
+    void vok_handleVrf_ipv4(Arp::InputConfigKey const& key);
+    void vok_handleVrf_ipv6(Arp::InputConfigKey const& key);
+
+   protected:
+    void zombieCleanup() override { cleanup(); }
+
+   private:
+    // The last row of a form went: so does the VRF's table of that form.
+    void delIpv4VrfFromSent();
+    void delVlanIpVrfFromSent();
+
+    L3::VrfName const name_;
+    Vok::ReactorPtr<VokRecvVxStatus> recvVxStatus_{this};
+    bool peerArpByVlanIpCapable_ = false;
+    bool initialized_ = false;
+  };
 
   PrimarySm(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
             Brix::Ptr<Mlag::VxlanStatus> localVxStatus, Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
@@ -62,8 +119,21 @@ class PrimarySm : public Vok::StateMachine {
   VlanToVniMapSm::Ptr vlanToVniMapSmDel() { return vlanToVniMapSm_.del(); }
   VlanToVniMapSm* vlanToVniMapSm() const noexcept { return vlanToVniMapSm_.get(); }
 
+  VrfConfigSm::Ptr vrfIs(Brix::Ptr<Arp::InputConfigVrf const> const& vrf) { return vrf_.is(vrf); }
+  Brix::Ptr<Arp::InputConfigVrf const> vrfDel(L3::VrfName const& name) { return vrf_.del(name); }
+  void vrfDelAll() { vrf_.delAll(); }
+  Brix::Ptr<Arp::InputConfigVrf const> vrf(L3::VrfName const& name) const {
+    auto* r = vrf_(name);
+    return r ? r->vrf() : nullptr;
+  }
+  VrfConfigSm* vokVrf(L3::VrfName const& name) const noexcept { return vrf_(name); }
+  std::size_t vrfCount() const noexcept { return vrf_.size(); }
+
   void handleInitialized();
   void doCleanup();
+
+  static void arpInputConfigDispatch(Brix::Publisher const*, Brix::Subscriber*, Brix::FieldId, void const*,
+                                     void const*) noexcept;
 
  protected:
   void destructorCleanup() override { doCleanup(); }
@@ -81,6 +151,7 @@ class PrimarySm : public Vok::StateMachine {
   Brix::Ptr<Bfd::StatusPeer> const bfdStatusPeer_;
   Brix::Ptr<Mlag::Status const> const mlagStatus_;
   Vok::Child<VlanToVniMapSm> vlanToVniMapSm_{this};
+  Vok::InputCollection<L3::VrfName, VrfConfigSm> vrf_{this, "MlagVxlan::PrimarySm", "vrf"};
   bool initialized_ = false;
 };
 

@@ -15,13 +15,21 @@ SecondarySm::SecondarySm(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Ml
                          Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir,
                          Brix::Ptr<Mlag::Status const> mlagStatus)
     : sentVxStatus_(std::move(sentVxStatus)),
-      recvVxStatus_(this, std::move(recvVxStatus)),
+      recvVxStatus_(this, std::move(recvVxStatus), &recvVxStatusDispatch),
       localVxStatus_(std::move(localVxStatus)),
       bridgingConfig_(this, std::move(bridgingConfig)),
       vlanConfigFlatDir_(this, std::move(vlanConfigFlatDir)),
       vtiStatusDir_(std::move(vtiStatusDir)),
       vtepStatusDir_(std::move(vtepStatusDir)),
       mlagStatus_(std::move(mlagStatus)) {
+  // The ARP reactors make their first runs before this class's own; they wait on nothing but
+  // their own flag.
+  if (recvVxStatus_) {
+    for (auto it = recvVxStatus_->arpStatusIter(); !it.done(); it.advance()) arpStatusIs(it.currNodeMaybeStale().value);
+    for (auto it = recvVxStatus_->arpStatusWithVlanIter(); !it.done(); it.advance()) {
+      arpStatusWithVlanIs(it.currNodeMaybeStale().value);
+    }
+  }
   handleInitialized();
 }
 
@@ -44,6 +52,22 @@ SecondarySm::Ptr secondarySmFactory(
                              std::move(bridgingConfig), std::move(vlanConfigFlatDir), std::move(vtiStatusDir),
                              std::move(vtepStatusDir), std::move(mlagStatus));
   return out;
+}
+
+// The two ARP collections follow the peer's tables whatever the state of this object: a reactor
+// that goes runs its cleanup.
+void SecondarySm::recvVxStatusDispatch(Brix::Publisher const*, Brix::Subscriber* subscriber, Brix::FieldId field,
+                                       void const* key, void const*) noexcept {
+  bool const byVrf = field == Mlag::VxlanStatus::arpStatusField;
+  if (!byVrf && field != Mlag::VxlanStatus::arpStatusWithVlanField) return;
+  auto* self = subscriber->ownerAs<SecondarySm>();
+  if (!self->recvVxStatus_) return;
+  auto const& vrfName = *static_cast<L3::VrfName const*>(key);
+  if (byVrf) {
+    self->arpStatus_.follow(vrfName, self->recvVxStatus_->arpStatus(vrfName));
+  } else {
+    self->arpStatusWithVlan_.follow(vrfName, self->recvVxStatus_->arpStatusWithVlan(vrfName));
+  }
 }
 
 bool SecondarySm::outsideVlanRange(Bridging::VlanId vlan, std::uint16_t bound1, std::uint16_t bound2) noexcept {
