@@ -15,7 +15,7 @@ MLAGVXLAN_TEST_RINGLOGDIR();
 namespace {
 
 struct Refusal {
-  char const* yaml;
+  std::string yaml;
   int line;
   char const* words;
 };
@@ -88,6 +88,21 @@ TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
        "unknown field 'vtep'"},
       {"steps:\n  - expect:\n      A:\n        sentP2pHostTable.hostEntry[00:00:5e:00:01:01/10]: {moves: [1]}\n", 4,
        "a field of a record is name: value"},
+      // ARP rows: the VRF's name, the address's family against its table, the MAC, the source.
+      {"steps:\n  - A:\n      set:\n        arpInputConfig.vrf[" + std::string(101, 'v') +
+           "].ipv4[10.0.0.5/Vlan10]: {}\n",
+       4, "a VRF name has 1 to 100 characters"},
+      {"steps:\n  - A:\n      set:\n        arpInputConfig.vrf[red].ipv4[2001:db8::5/Vlan10]: {}\n", 4,
+       "an ipv4 row needs an IPv4 address"},
+      {"steps:\n  - A:\n      set:\n        arpInputConfig.vrf[red].ipv6[10.0.0.5/Vlan10]: {}\n", 4,
+       "an ipv6 row needs an IPv6 address"},
+      {"steps:\n  - A:\n      set:\n        arpInputConfig.vrf[red].ipv4[10.0.0.5/Vlan10]: {ethAddr: 00:00:5e}\n", 4,
+       "ethAddr: '00:00:5e' is not a MAC address"},
+      {"steps:\n  - A:\n      set:\n        arpInputConfig.vrf[red].ipv4[10.0.0.5]: {}\n", 4,
+       "not an address on an interface"},
+      {"steps:\n  - A:\n      set:\n        arpInputConfig.source: wire\n", 4, "'wire' is not one of"},
+      {"steps:\n  - expect:\n      B:\n        localVxStatus.arpStatusWithVlan[red].arpEntry[10.0.0.5/10]: present\n",
+       4, "is not an address, a VLAN and a source"},
       {"steps:\n  - A:\n      delete: [sentVxStatus.scheduledMlagPeerArpSync]\n", 3, "set it instead"},
       {"steps:\n  - expect:\n      A:\n        localVxStatus.vniVtiToDynVlanMap[10010]: 10\n", 4,
        "not a VNI and a VTI"},

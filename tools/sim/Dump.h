@@ -13,6 +13,7 @@
 
 #include "entities/EntityJson.h"
 #include "runtime/Attributes.h"
+#include "types/Arp.h"
 #include "types/Bridging.h"
 #include "types/Mlag.h"
 #include "types/MlagP2p.h"
@@ -43,6 +44,12 @@ std::string text(T const& v) {
     return text(v.mac()) + "/" + std::to_string(v.vlanId().value());
   } else if constexpr (std::is_same_v<T, Mlag::HostEntryKey> || std::is_same_v<T, MlagP2p::HostEntryKey>) {
     return text(v.macAddr()) + "/" + std::to_string(v.vlanId());
+  } else if constexpr (std::is_same_v<T, Arp::InputConfigKey>) {
+    // An address on its interface: "10.0.0.5/Vlan10".
+    return text(v.addr()) + "/" + text(v.intfId());
+  } else if constexpr (std::is_same_v<T, Mlag::VlanIpSource>) {
+    // An address, its VLAN and its source: "10.0.0.5/10/dynamic".
+    return text(v.ipAddr()) + "/" + text(v.vlanId()) + "/" + text(v.arpSource());
   } else {
     return Vok::jsonText(v);
   }

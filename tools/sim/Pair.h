@@ -1,8 +1,8 @@
 // A simulated MLAG pair: switches A and B and the peer link between them, on virtual time.
 //
 // The link carries each side's published entities into the other side's received ones through
-// generic mirrors, after a one-way delay. It starts up, with each side's peer clock offset valid. Cutting it drops what is in flight and makes both
-// switches' Mlag::Status show the peer link down (bit 0 of peerLinkDownFlag, peerLinkKnown
+// generic mirrors, after a one-way delay. It starts up, with each side's peer clock offset valid. Cutting it drops what
+// is in flight and makes both switches' Mlag::Status show the peer link down (bit 0 of peerLinkDownFlag, peerLinkKnown
 // left non-zero) and Mlag::ProtoStatus an invalid monotonic offset. Restoring it resynchronises
 // whole entities by difference, as a peer protocol would, and only once that has arrived does
 // each side see the link up and the offset valid again.

@@ -157,8 +157,10 @@ Op<E> setEntityMap(E const& proto, YAML::Node const& at, YAML::Node const& value
 }
 
 template <class E, class A, class K>
-Op<E> setValueOp(Brix::FieldId field, K const& k, YAML::Node const& value, std::string const& here) {
+Op<E> setValueOp(Brix::FieldId field, K const& k, YAML::Node const& value, std::string const& here,
+                 std::string_view collection, YAML::Node const& at) {
   using V = typename A::ValueType;
+  if (std::string error; !keyFitsCollection(collection, k, error)) failAt(at, "'" + here + "': " + error);
   if (value.IsNull()) {
     return [field, k](E& e) { withAttr<A>(e, field, [&](A& a, Brix::FieldId f) { a.del(e, f, k); }); };
   }
@@ -232,13 +234,13 @@ Op<E> setAttr(Brix::FieldId field, Segments const& segs, std::size_t i, YAML::No
     if (!last) failAt(at, "'" + here + "' holds values: nothing lies below them");
     if (seg.hasKey) {
       K k = keyOrFail<K>(seg.key, at, here);
-      return setValueOp<E, A>(field, k, value, here + "[" + text(k) + "]");
+      return setValueOp<E, A>(field, k, value, here + "[" + text(k) + "]", seg.name, at);
     }
     if (!value.IsMap()) failAt(at, "'" + here + "' is a collection: give a map of key: value (~ deletes a key)");
     std::vector<Op<E>> ops;
     for (auto const& kv : value) {
       K k = readOrFail<K>(kv.first, here + " key");
-      ops.push_back(setValueOp<E, A>(field, k, kv.second, here + "[" + text(k) + "]"));
+      ops.push_back(setValueOp<E, A>(field, k, kv.second, here + "[" + text(k) + "]", seg.name, kv.first));
     }
     return sequence(std::move(ops));
   }

@@ -51,4 +51,16 @@ bool readValue(YAML::Node const& n, VxlanController::MacVtepV2& out, std::string
       {field("vtepIp", &R::vtepIpIs), field("seqNum", &R::seqNumIs), field("preference", &R::preferenceIs)});
 }
 
+bool readValue(YAML::Node const& n, Arp::InputConfigEntry& out, std::string& error) {
+  using R = Arp::InputConfigEntry;
+  return record<R>(n, out, error,
+                   {field("ethAddr", &R::ethAddrIs), field("kind", &R::kindIs), field("stateCode", &R::stateCodeIs),
+                    field("metric", &R::metricIs), field("generation", &R::generationIs)});
+}
+
+bool readValue(YAML::Node const& n, Arp::ArpEntry& out, std::string& error) {
+  using R = Arp::ArpEntry;
+  return record<R>(n, out, error, {field("ethAddr", &R::ethAddrIs), field("kind", &R::kindIs)});
+}
+
 }  // namespace Sim

@@ -20,6 +20,7 @@
 #include "Dump.h"
 #include "runtime/String.h"
 #include "runtime/Time.h"
+#include "types/Arp.h"
 #include "types/Bridging.h"
 #include "types/L3.h"
 #include "types/Lanx.h"
@@ -325,6 +326,66 @@ requires(std::is_same_v<K, Bridging::HostKey> || std::is_same_v<K, Vxlan::MacVla
   return true;
 }
 
+// "10.0.0.5/Vlan10": an address on a VLAN interface, the key of an ARP input row.
+inline bool readValue(YAML::Node const& n, Arp::InputConfigKey& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  auto slash = s.find('/');
+  if (slash == std::string::npos || slash + 1 == s.size()) {
+    error = "'" + s + "' is not an address on an interface, such as 10.0.0.5/Vlan10";
+    return false;
+  }
+  Lanx::IpGenAddr addr;
+  if (!readValue(YAML::Node(s.substr(0, slash)), addr, error)) return false;
+  out = Arp::InputConfigKey(Lanx::IntfId(s.substr(slash + 1)), addr);
+  return true;
+}
+
+inline bool readValue(YAML::Node const& n, Arp::ArpSource& out, std::string& error) {
+  Arp::ArpSourceId id{};
+  if (!readValue(n, id, error)) return false;
+  out = Arp::ArpSource(id);
+  return true;
+}
+
+// "10.0.0.5/10/dynamic": an address, its VLAN (none for the by-VRF form) and its source, the
+// key of an applied ARP entry.
+inline bool readValue(YAML::Node const& n, Mlag::VlanIpSource& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  auto first = s.find('/');
+  auto second = first == std::string::npos ? first : s.find('/', first + 1);
+  if (second == std::string::npos) {
+    error = "'" + s + "' is not an address, a VLAN and a source, such as 10.0.0.5/10/dynamic";
+    return false;
+  }
+  Lanx::IpGenAddr addr;
+  Bridging::VlanIdOrNone vlan;
+  Arp::ArpSource source;
+  if (!readValue(YAML::Node(s.substr(0, first)), addr, error) ||
+      !readValue(YAML::Node(s.substr(first + 1, second - first - 1)), vlan, error) ||
+      !readValue(YAML::Node(s.substr(second + 1)), source, error)) {
+    return false;
+  }
+  out = Mlag::VlanIpSource(vlan, addr, source);
+  return true;
+}
+
+// A key's own check against the collection it is written to: an ARP row's address must be of
+// the family of its table (ipv4 or ipv6). Other keys go anywhere their type goes.
+template <class K>
+bool keyFitsCollection(std::string_view, K const&, std::string&) {
+  return true;
+}
+inline bool keyFitsCollection(std::string_view collection, Arp::InputConfigKey const& key, std::string& error) {
+  bool const v6 = key.addr().af() == Lanx::AddressFamily::ipv6;
+  if ((collection == "ipv4" && !v6 && key.addr().af() == Lanx::AddressFamily::ipv4) || (collection == "ipv6" && v6)) {
+    return true;
+  }
+  error = "an " + std::string(collection) + " row needs an " + (collection == "ipv6" ? "IPv6" : "IPv4") + " address";
+  return false;
+}
+
 namespace ValuesImpl {
 
 // One field of a record: its name in a scenario and the record's mutator, whose argument type
@@ -382,6 +443,8 @@ bool readValue(YAML::Node const& n, Shoal::Vxlan::LearnedHost& out, std::string&
 bool readValue(YAML::Node const& n, Mlag::HostEntry& out, std::string& error);
 bool readValue(YAML::Node const& n, MlagP2p::HostEntry& out, std::string& error);
 bool readValue(YAML::Node const& n, VxlanController::MacVtepV2& out, std::string& error);
+bool readValue(YAML::Node const& n, Arp::InputConfigEntry& out, std::string& error);
+bool readValue(YAML::Node const& n, Arp::ArpEntry& out, std::string& error);
 
 template <class T>
 concept Readable = requires(YAML::Node const& n, T& v, std::string& e) {
