@@ -46,6 +46,11 @@ std::string_view stringValue(FloodSetType t) noexcept { return EnumText::orUnkno
 
 std::ostream& operator<<(std::ostream& os, FloodSetType t) { return EnumText::put(os, t, nameOf(t)); }
 
+std::span<std::pair<std::uint8_t, std::string_view> const> floodSetTypeMembers() noexcept {
+  static constexpr std::pair<std::uint8_t, std::string_view> members[] = {{0, "unknown"}, {1, "all"}, {2, "any"}};
+  return members;
+}
+
 Brix::String Dest::stringValue() const {
   auto id = id_.value();
   switch (destType()) {
