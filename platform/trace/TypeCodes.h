@@ -360,7 +360,7 @@ struct TypeCode<L2Rib::Dest> {
   }
   static void putIntf(RingBuf* rb, Lanx::IntfId intf) noexcept {
     if (intf.isEmpty()) {
-      RingLog::put(rb, std::string_view());
+      RingLog::put(rb, std::string_view(""));
     } else {
       RingLog::put(rb, intf.stringValue().view());
     }
