@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cassert>
+#include <cstdint>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -533,8 +534,13 @@ class Child final : Impl::Member {
   Brix::FieldId field_ = 0;
 };
 
-// Child state machines by key. The key is the child's first constructor argument.
-template <class K, class Sm>
+// What a child collection's is() does with a child that stands under the key with other
+// arguments: refuse (the general rule), or replace it, as a single child is replaced.
+enum class OtherArgs : std::uint8_t { raise, replace };
+
+// Child state machines by key. The key is the child's first constructor argument, or, where
+// the child's vokArgs() lists no key, a value the child reads from its own input.
+template <class K, class Sm, OtherArgs onOther = OtherArgs::raise>
 class ChildCollection final : Impl::Member {
  public:
   using Map = HashMap2018<K, Brix::Ptr<Sm>>;
@@ -544,15 +550,35 @@ class ChildCollection final : Impl::Member {
       : Member(owner, Kind::child), type_(type), field_(field) {}
 
   // Returns the child under `key`, built if absent. A child there with other arguments is a
-  // misuse: another pointer raises throwMutatorReinstantiating, another value throwMutatorReinstVal.
+  // misuse that raises (another pointer throwMutatorReinstantiating, another value
+  // throwMutatorReinstVal), or, with OtherArgs::replace, gives way to a new child: the new one's
+  // first run comes before the old one's release.
   template <class... A>
   Brix::Ptr<Sm> is(K const& key, A&&... args) {
+    constexpr std::size_t offset = keyOffset<A...>();
     if (auto* n = map_.lookupNodeG(key)) {
-      checkSameArgs(n->value->vokArgs(), std::forward_as_tuple(args...), std::index_sequence_for<A...>{});
-      return n->value;
+      if constexpr (onOther == OtherArgs::raise) {
+        checkSameArgs<offset>(n->value->vokArgs(), std::forward_as_tuple(args...), std::index_sequence_for<A...>{});
+        return n->value;
+      } else if (sameArgs<offset>(n->value->vokArgs(), std::forward_as_tuple(args...),
+                                  std::index_sequence_for<A...>{})) {
+        return n->value;
+      }
     }
-    Brix::Ptr<Sm> fresh = smNew<Sm>(key, std::forward<A>(args)...);
-    map_.newMemberG(key, fresh);
+    Brix::Ptr<Sm> fresh;
+    if constexpr (offset == 1) {
+      fresh = smNew<Sm>(key, std::forward<A>(args)...);
+    } else {
+      fresh = smNew<Sm>(std::forward<A>(args)...);
+    }
+    Brix::Ptr<Sm> old;
+    if (auto* n = map_.lookupNodeG(key)) {
+      old = std::exchange(n->value, fresh);
+    } else {
+      map_.newMemberG(key, fresh);
+    }
+    old = nullptr;
+    fresh->hasNotificationActiveIs(true);
     return fresh;
   }
 
@@ -562,7 +588,8 @@ class ChildCollection final : Impl::Member {
   template <class... A>
   bool hasOtherArgs(K const& key, A const&... args) const {
     auto const* n = map_.lookupNodeG(key);
-    return n && !sameArgs(n->value->vokArgs(), std::forward_as_tuple(args...), std::index_sequence_for<A...>{});
+    return n && !sameArgs<keyOffset<A...>()>(n->value->vokArgs(), std::forward_as_tuple(args...),
+                                             std::index_sequence_for<A...>{});
   }
 
   Brix::Ptr<Sm> del(K const& key) {
@@ -585,14 +612,21 @@ class ChildCollection final : Impl::Member {
   void releaseChildren() override { map_._memberDelAll(); }
 
  private:
-  template <class Stored, class Given, std::size_t... I>
-  static bool sameArgs(Stored const& stored, Given const& given, std::index_sequence<I...>) {
-    return (Impl::argEq(std::get<I + 1>(stored), std::get<I>(given)) && ...);
+  // 1 where the key is the child's first constructor argument, 0 where the child reads it.
+  template <class... A>
+  static constexpr std::size_t keyOffset() {
+    constexpr std::size_t stored = std::tuple_size_v<decltype(std::declval<Sm const&>().vokArgs())>;
+    static_assert(stored == sizeof...(A) || stored == sizeof...(A) + 1,
+                  "vokArgs() must list every constructor argument");
+    return stored - sizeof...(A);
   }
-  template <class Stored, class Given, std::size_t... I>
+  template <std::size_t Offset, class Stored, class Given, std::size_t... I>
+  static bool sameArgs(Stored const& stored, Given const& given, std::index_sequence<I...>) {
+    return (Impl::argEq(std::get<I + Offset>(stored), std::get<I>(given)) && ...);
+  }
+  template <std::size_t Offset, class Stored, class Given, std::size_t... I>
   void checkSameArgs(Stored const& stored, Given const& given, std::index_sequence<I...>) const {
-    static_assert(std::tuple_size_v<Stored> == sizeof...(I) + 1, "vokArgs() must list every constructor argument");
-    (checkArg(std::get<I + 1>(stored), std::get<I>(given)), ...);
+    (checkArg(std::get<I + Offset>(stored), std::get<I>(given)), ...);
   }
   template <class S, class G>
   void checkArg(S const& stored, G const& given) const {

@@ -14,6 +14,7 @@
 
 #include "trace/RingLogFormat.h"
 #include "types/Bridging.h"
+#include "types/L2Rib.h"
 #include "types/Lanx.h"
 #include "types/Mlag.h"
 #include "types/Vxlan.h"
@@ -25,7 +26,7 @@ namespace {
 
 using namespace Format;
 
-enum class Kind { p, s, i, u, b, d, E, I, I6, IGO, MV, MVP, VIPO, VIS, VSP, MVT, F };
+enum class Kind { p, s, i, u, b, d, E, I, I6, IGO, MV, MVP, VIPO, VIS, VSP, MVT, D, F };
 
 struct Code {
   Kind kind;
@@ -39,10 +40,10 @@ struct Message {
 
 std::optional<Code> parseCode(std::string_view c) {
   static constexpr std::pair<std::string_view, Kind> table[] = {
-      {"p", Kind::p},       {"s", Kind::s},     {"i", Kind::i},     {"u", Kind::u},
-      {"b", Kind::b},       {"d", Kind::d},     {"E", Kind::E},     {"I", Kind::I},
-      {"I6", Kind::I6},     {"IGO", Kind::IGO}, {"MV", Kind::MV},   {"MVP", Kind::MVP},
-      {"VIPO", Kind::VIPO}, {"VIS", Kind::VIS}, {"VSP", Kind::VSP}, {"MVT", Kind::MVT}};
+      {"p", Kind::p},     {"s", Kind::s},     {"i", Kind::i},       {"u", Kind::u},     {"b", Kind::b},
+      {"d", Kind::d},     {"E", Kind::E},     {"I", Kind::I},       {"I6", Kind::I6},   {"IGO", Kind::IGO},
+      {"MV", Kind::MV},   {"MVP", Kind::MVP}, {"VIPO", Kind::VIPO}, {"VIS", Kind::VIS}, {"VSP", Kind::VSP},
+      {"MVT", Kind::MVT}, {"D", Kind::D}};
   for (auto const& [name, kind] : table)
     if (c == name) return Code{kind};
   if (c.size() > 1 && c[0] == 'F' &&
@@ -107,6 +108,28 @@ Lanx::IpGenAddr getIgo(Cursor& c) {
 }
 
 std::string_view getText(Cursor& c) { return c.bytes(c.get<std::uint16_t>()); }
+
+L2Rib::Dest getDest(Cursor& c) {
+  L2Rib::DestId const id(c.get<std::uint64_t>());
+  switch (static_cast<L2Rib::DestType>(c.get<std::uint8_t>())) {
+    case L2Rib::DestType::intf:
+      return L2Rib::Dest(id, L2Rib::DestDataIntf(Lanx::IntfId(getText(c))));
+    case L2Rib::DestType::vxlan: {
+      Lanx::IntfId const intf(getText(c));
+      auto vni = c.get<std::uint32_t>();
+      return L2Rib::Dest(id, L2Rib::DestDataVxlan(intf, vni, getIgo(c)));
+    }
+    case L2Rib::DestType::mpls: {
+      auto label = c.get<std::uint32_t>();
+      return L2Rib::Dest(id, L2Rib::DestDataMpls(label, getIgo(c)));
+    }
+    case L2Rib::DestType::tunnel:
+      return L2Rib::Dest(id, L2Rib::DestDataTunnel(c.get<std::uint64_t>()));
+    case L2Rib::DestType::none:
+      break;
+  }
+  return L2Rib::Dest();
+}
 
 // A VLAN out of range can only come of damage: the parts are shown as they are.
 Bridging::VlanId getVlan(Cursor& c, bool& inRange) {
@@ -362,6 +385,9 @@ class Decoder {
         auto preference = c.get<std::uint8_t>();
         return appendStreamed(out, VxlanController::MacVtepV2(mac, vtep, seqNum, preference));
       }
+      case Kind::D:
+        out += getDest(c).stringValue().view();
+        return;
       case Kind::F: {
         auto v = c.get<std::uint8_t>();
         auto t = types_.find(code.typeId);

@@ -34,6 +34,7 @@
 #include "trace/RingLog.h"
 #include "types/Bfd.h"
 #include "types/Bridging.h"
+#include "types/L2Rib.h"
 #include "types/L3.h"
 #include "types/Lanx.h"
 #include "types/Mlag.h"
@@ -324,6 +325,74 @@ struct TypeCode<VxlanController::MacVtepV2> {
   }
 };
 
+// A flood-set destination: id, kind, then the data of that kind. An interface goes by its name,
+// which is made only when it is not the empty one: destinations made here have none.
+template <>
+struct TypeCode<L2Rib::Dest> {
+  static constexpr char const* code = "D";
+  static std::uint32_t size(L2Rib::Dest const& v) noexcept {
+    std::uint32_t n = 8 + 1;
+    switch (v.destType()) {
+      case L2Rib::DestType::intf:
+        return n + intfBytes(v.intf().intf());
+      case L2Rib::DestType::vxlan:
+        return n + intfBytes(v.vxlan().intf()) + 4 + TypeCode<Lanx::IpGenAddr>::size(v.vxlan().vtepAddr());
+      case L2Rib::DestType::mpls:
+        return n + 4 + TypeCode<Lanx::IpGenAddr>::size(v.mpls().nexthop());
+      case L2Rib::DestType::tunnel:
+        return n + 8;
+      case L2Rib::DestType::none:
+        break;
+    }
+    return n;
+  }
+  static void put(RingBuf* rb, L2Rib::Dest const& v) noexcept {
+    rb->putRaw(v.destId().value());
+    rb->putRaw(static_cast<std::uint8_t>(v.destType()));
+    switch (v.destType()) {
+      case L2Rib::DestType::intf:
+        putIntf(rb, v.intf().intf());
+        return;
+      case L2Rib::DestType::vxlan:
+        putIntf(rb, v.vxlan().intf());
+        rb->putRaw(v.vxlan().vni());
+        TypeCode<Lanx::IpGenAddr>::put(rb, v.vxlan().vtepAddr());
+        return;
+      case L2Rib::DestType::mpls:
+        rb->putRaw(v.mpls().label());
+        TypeCode<Lanx::IpGenAddr>::put(rb, v.mpls().nexthop());
+        return;
+      case L2Rib::DestType::tunnel:
+        rb->putRaw(v.tunnel().tunnelId());
+        return;
+      case L2Rib::DestType::none:
+        return;
+    }
+  }
+
+ private:
+  static std::uint32_t intfBytes(Lanx::IntfId intf) noexcept {
+    return textBytes(intf.isEmpty() ? 0 : intf.stringValue().size());
+  }
+  static void putIntf(RingBuf* rb, Lanx::IntfId intf) noexcept {
+    if (intf.isEmpty()) {
+      RingLog::put(rb, std::string_view(""));
+    } else {
+      RingLog::put(rb, intf.stringValue().view());
+    }
+  }
+};
+
+template <>
+struct RlFormatter<L2Rib::FloodSetType, true> {
+  static auto members() noexcept { return L2Rib::floodSetTypeMembers(); }
+  static void formatTypeStr(MsgFormatString& s) { formatEnumTypeStr(s, members()); }
+};
+template <>
+struct RlFormatter<Vxlan::BumVtepIpListType, true> {
+  static auto members() noexcept { return Vxlan::bumVtepIpListTypeMembers(); }
+  static void formatTypeStr(MsgFormatString& s) { formatEnumTypeStr(s, members()); }
+};
 template <>
 struct RlFormatter<Bfd::OperState, true> {
   static auto members() noexcept { return Bfd::operStateMembers(); }

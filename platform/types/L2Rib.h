@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
+#include <span>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 #include "runtime/String.h"
@@ -146,6 +148,8 @@ enum class FloodSetType : std::uint8_t {
   any = 2,  // send to one destination
 };
 std::string_view stringValue(FloodSetType t) noexcept;
+// Value and name of each member, for the ring trace's type description.
+std::span<std::pair<std::uint8_t, std::string_view> const> floodSetTypeMembers() noexcept;
 std::ostream& operator<<(std::ostream& os, FloodSetType t);
 
 }  // namespace L2Rib

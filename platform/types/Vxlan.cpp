@@ -89,6 +89,11 @@ std::string_view stringValue(BumVtepIpListType t) noexcept { return EnumText::or
 
 std::ostream& operator<<(std::ostream& os, BumVtepIpListType t) { return EnumText::put(os, t, nameOf(t)); }
 
+std::span<std::pair<std::uint8_t, std::string_view> const> bumVtepIpListTypeMembers() noexcept {
+  static constexpr std::pair<std::uint8_t, std::string_view> members[] = {{0, "all"}, {1, "any"}};
+  return members;
+}
+
 namespace {
 std::string_view nameOf(BumReplicationMode m) noexcept {
   switch (m) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -196,6 +197,8 @@ enum class BumVtepIpListType : std::uint8_t {
   any = 1,  // send to one VTEP of the list
 };
 std::string_view stringValue(BumVtepIpListType t) noexcept;
+// Value and name of each member, for the ring trace's type description.
+std::span<std::pair<std::uint8_t, std::string_view> const> bumVtepIpListTypeMembers() noexcept;
 std::ostream& operator<<(std::ostream& os, BumVtepIpListType t);
 
 enum class BumReplicationMode : std::uint8_t {

@@ -50,6 +50,9 @@ void SmContainer::lastUserGone() {
   (void)remoteHostTableSmDel();
   (void)primarySmDel();
   (void)secondarySmDel();
+  (void)vcsSdeCorestateToP2pSmDel();
+  (void)vcsSdeCorestateToBumStatusP2pSmDel();
+  (void)floodListInputSelectorSmDel();
   (void)scheduledMlagPeerArpSyncSmDel();
   delete this;
 }
@@ -90,6 +93,34 @@ SecondarySm::Ptr SmContainer::secondarySmIs(
 }
 
 SecondarySm::Ptr SmContainer::secondarySmDel() { return secondarySm_.del(); }
+
+SourceDirEntryP2pSm::Ptr SmContainer::vcsSdeCorestateToP2pSmIs(Brix::Ptr<L2Rib::SourceDirEntry const> sdeInput,
+                                                               Brix::Ptr<L2Rib::SourceDirEntry> sdeOutput,
+                                                               Brix::String name) {
+  return vcsSdeCorestateToP2pSm_.is(std::move(sdeInput), std::move(sdeOutput), std::move(name));
+}
+
+SourceDirEntryP2pSm::Ptr SmContainer::vcsSdeCorestateToP2pSmDel() { return vcsSdeCorestateToP2pSm_.del(); }
+
+SdeToBumStatusSm::Ptr SmContainer::vcsSdeCorestateToBumStatusP2pSmIs(Brix::Ptr<L2Rib::SourceDirEntry const> sdeInput,
+                                                                     Brix::Ptr<Vxlan::BumStatus> bumStatusOutput) {
+  return vcsSdeCorestateToBumStatusP2pSm_.is(std::move(sdeInput), std::move(bumStatusOutput));
+}
+
+SdeToBumStatusSm::Ptr SmContainer::vcsSdeCorestateToBumStatusP2pSmDel() {
+  return vcsSdeCorestateToBumStatusP2pSm_.del();
+}
+
+FloodListInputSelectorSm::Ptr SmContainer::floodListInputSelectorSmIs(Brix::Ptr<Mlag::VxlanStatus const> vxlanStatus,
+                                                                      Brix::Ptr<Vxlan::BumStatus const> bumStatusInput,
+                                                                      Brix::Ptr<L2Rib::SourceDirEntry const> sdeInput,
+                                                                      Brix::Ptr<L2Rib::SourceDirEntry> sdeOutput,
+                                                                      Brix::String name) {
+  return floodListInputSelectorSm_.is(std::move(vxlanStatus), std::move(bumStatusInput), std::move(sdeInput),
+                                      std::move(sdeOutput), std::move(name));
+}
+
+FloodListInputSelectorSm::Ptr SmContainer::floodListInputSelectorSmDel() { return floodListInputSelectorSm_.del(); }
 
 ScheduledMlagPeerArpSyncSm::Ptr SmContainer::scheduledMlagPeerArpSyncSmIs(
     Brix::Ptr<Mlag::VxlanStatus const> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,

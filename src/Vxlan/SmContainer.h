@@ -5,10 +5,13 @@
 
 #include <string>
 
+#include "Vxlan/FloodListInputSelectorSm.h"
 #include "Vxlan/PrimarySm.h"
 #include "Vxlan/RemoteHostTableSm.h"
 #include "Vxlan/ScheduledMlagPeerArpSyncSm.h"
+#include "Vxlan/SdeToBumStatusSm.h"
 #include "Vxlan/SecondarySm.h"
+#include "Vxlan/SourceDirEntryP2pSm.h"
 #include "runtime/Entity.h"
 #include "runtime/StateMachine.h"
 #include "runtime/String.h"
@@ -75,6 +78,28 @@ class SmContainer : public Vok::Entity, public Vok::Impl::MemberOwner {
                                  Brix::Ptr<Mlag::Status const> mlagStatus);
   SecondarySm::Ptr secondarySmDel();
 
+  SourceDirEntryP2pSm::Ptr const& vcsSdeCorestateToP2pSm() const noexcept { return vcsSdeCorestateToP2pSm_.ptr(); }
+  SourceDirEntryP2pSm::Ptr vcsSdeCorestateToP2pSmIs(Brix::Ptr<L2Rib::SourceDirEntry const> sdeInput,
+                                                    Brix::Ptr<L2Rib::SourceDirEntry> sdeOutput, Brix::String name);
+  SourceDirEntryP2pSm::Ptr vcsSdeCorestateToP2pSmDel();
+
+  SdeToBumStatusSm::Ptr const& vcsSdeCorestateToBumStatusP2pSm() const noexcept {
+    return vcsSdeCorestateToBumStatusP2pSm_.ptr();
+  }
+  SdeToBumStatusSm::Ptr vcsSdeCorestateToBumStatusP2pSmIs(Brix::Ptr<L2Rib::SourceDirEntry const> sdeInput,
+                                                          Brix::Ptr<Vxlan::BumStatus> bumStatusOutput);
+  SdeToBumStatusSm::Ptr vcsSdeCorestateToBumStatusP2pSmDel();
+
+  FloodListInputSelectorSm::Ptr const& floodListInputSelectorSm() const noexcept {
+    return floodListInputSelectorSm_.ptr();
+  }
+  FloodListInputSelectorSm::Ptr floodListInputSelectorSmIs(Brix::Ptr<Mlag::VxlanStatus const> vxlanStatus,
+                                                           Brix::Ptr<Vxlan::BumStatus const> bumStatusInput,
+                                                           Brix::Ptr<L2Rib::SourceDirEntry const> sdeInput,
+                                                           Brix::Ptr<L2Rib::SourceDirEntry> sdeOutput,
+                                                           Brix::String name);
+  FloodListInputSelectorSm::Ptr floodListInputSelectorSmDel();
+
   ScheduledMlagPeerArpSyncSm::Ptr const& scheduledMlagPeerArpSyncSm() const noexcept {
     return scheduledMlagPeerArpSyncSm_.ptr();
   }
@@ -90,6 +115,9 @@ class SmContainer : public Vok::Entity, public Vok::Impl::MemberOwner {
   Vok::Child<RemoteHostTableSm> remoteHostTableSm_{this, this, remoteHostTableSmField};
   Vok::Child<PrimarySm> primarySm_{this, this, primarySmField};
   Vok::Child<SecondarySm> secondarySm_{this, this, secondarySmField};
+  Vok::Child<SourceDirEntryP2pSm> vcsSdeCorestateToP2pSm_{this, this, vcsSdeCorestateToP2pSmField};
+  Vok::Child<SdeToBumStatusSm> vcsSdeCorestateToBumStatusP2pSm_{this, this, vcsSdeCorestateToBumStatusP2pSmField};
+  Vok::Child<FloodListInputSelectorSm> floodListInputSelectorSm_{this, this, floodListInputSelectorSmField};
   Vok::Child<ScheduledMlagPeerArpSyncSm> scheduledMlagPeerArpSyncSm_{this, this, scheduledMlagPeerArpSyncSmField};
 };
 

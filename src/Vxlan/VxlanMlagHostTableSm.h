@@ -1,11 +1,15 @@
 // The header a hosting agent includes: the container, its children and their factories.
 #pragma once
 
+#include "Vxlan/BumStatusToSdeSm.h"
+#include "Vxlan/FloodListInputSelectorSm.h"
 #include "Vxlan/PrimarySm.h"
 #include "Vxlan/RemoteHostTableSm.h"
 #include "Vxlan/ScheduledMlagPeerArpSyncSm.h"
+#include "Vxlan/SdeToBumStatusSm.h"
 #include "Vxlan/SecondarySm.h"
 #include "Vxlan/SmContainer.h"
+#include "Vxlan/SourceDirEntryP2pSm.h"
 #include "Vxlan/VlanToVniMapSm.h"
 #include "Vxlan/VlanToVniMapToP2pSm.h"
 #include "Vxlan/VniToDynVlanMapToCorestateSm.h"
