@@ -52,7 +52,7 @@ Lanx::IpGenAddr addrOf(int i) {
   auto const n = static_cast<std::uint32_t>(i);
   if (i % 2 == 0) return Lanx::IpAddr(0x0a000000u | n);
   Lanx::Ip6Addr::Bytes b{0x20, 0x01, 0x0d, 0xb8};
-  for (int k = 0; k < 4; ++k) b[std::size_t(12 + k)] = static_cast<std::uint8_t>(n >> (24 - 8 * k));
+  for (std::size_t k = 0; k < 4; ++k) b[12 + k] = static_cast<std::uint8_t>(n >> (24 - 8 * k));
   return Lanx::Ip6Addr(b);
 }
 Lanx::EthAddr macOf(int i, std::uint16_t salt = 0) {
