@@ -227,7 +227,7 @@ class Decoder {
   }
 
   void addMessage(DescHeader const& d, std::string_view text, std::string_view codes, std::string_view function) {
-    out_.messages.push_back({d.id, d.line, std::string(function), std::string(text)});
+    out_.messages.push_back({d.id, d.line, std::string(function), std::string(text), std::string(codes)});
     Message m;
     m.pieces.emplace_back();
     for (std::size_t k = 0; k < text.size(); ++k) {

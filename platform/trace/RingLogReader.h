@@ -18,12 +18,14 @@ struct DecodedRecord {
   std::string text;
 };
 
-// A statement as the file describes it: where it stands and its text, "%s" at each value.
+// A statement as the file describes it: where it stands, its text with "%s" at each value, and
+// the type codes of its values.
 struct DescribedMessage {
   int msgId;
   std::uint32_t line;
   std::string function;
   std::string text;
+  std::string codes;
 };
 
 struct DecodedFile {

@@ -108,6 +108,7 @@ class DestDataTunnel {
 class Dest {
  public:
   Dest() = default;
+  explicit Dest(DestId const& id) : id_(id) {}  // a destination of no kind
   Dest(DestId const& id, DestDataIntf const& data) : id_(id), data_(data) {}
   Dest(DestId const& id, DestDataVxlan const& data) : id_(id), data_(data) {}
   Dest(DestId const& id, DestDataMpls const& data) : id_(id), data_(data) {}

@@ -8,6 +8,7 @@
 #include "Pair.h"
 #include "Run.h"
 #include "Scenario.h"
+#include "Values.h"
 #include "support/RingLogDir.h"
 
 MLAGVXLAN_TEST_RINGLOGDIR();
@@ -33,6 +34,7 @@ std::string refusalOf(std::string const& yaml, int* line = nullptr) {
 }
 
 TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
+  std::string const flood = "steps:\n  - A:\n      set:\n        sdeInput.vlanFloodSet[";
   Refusal const cases[] = {
       {"steps: [\n", 2, "not valid YAML"},
       {"- 1\n- 2\n", 1, "a scenario is a map"},
@@ -103,6 +105,18 @@ TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
       {"steps:\n  - A:\n      set:\n        arpInputConfig.source: wire\n", 4, "'wire' is not one of"},
       {"steps:\n  - expect:\n      B:\n        localVxStatus.arpStatusWithVlan[red].arpEntry[10.0.0.5/10]: present\n",
        4, "is not an address, a VLAN and a source"},
+      {flood + "10].floodSet[00:00:00:00:00:00].destSet[fibre(id=1)]: true\n", 4, "'fibre' is not a kind"},
+      {flood + "10].floodSet[00:00:00:00:00:00].destSet[intf(id=1,intf=Ethernet1)]: true\n", 4,
+       "are VXLAN destinations"},
+      {flood + "10].floodSet[00:00:00:00:00:00].destSet[vxlan(id=g,intf=,vni=0,vtepAddr=1.2.3.4)]: true\n", 4,
+       "hexadecimal"},
+      {flood + "10].floodSet[00:00:00:00:00:00].destSet[vxlan(id=1,vni=0,vtepAddr=1.2.3.4)]: true\n", 4,
+       "'intf' is missing"},
+      {flood + "10].floodSet[00:00:00:00:00:00].destSet[10.0.0.300]: true\n", 4, "not an IP address"},
+      {flood + "4095].floodSetType: all\n", 4, "4094"},
+      {flood + "10].floodSet[00:00:5e]: {}\n", 4, "not a MAC address"},
+      {"steps:\n  - A:\n      set:\n        sentBumStatus.bumVtepList[00:00:00:00:00:00/0]: {}\n", 4,
+       "is not a MAC and a VLAN"},
       {"steps:\n  - A:\n      delete: [sentVxStatus.scheduledMlagPeerArpSync]\n", 3, "set it instead"},
       {"steps:\n  - expect:\n      A:\n        localVxStatus.vniVtiToDynVlanMap[10010]: 10\n", 4,
        "not a VNI and a VTI"},
@@ -124,6 +138,33 @@ TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
     EXPECT_NE(words.find(c.words), std::string::npos) << c.yaml << "\ngave: " << words;
     EXPECT_EQ(line, c.line) << c.yaml << "\ngave: " << words;
   }
+}
+
+// A key a scenario writes as the report printed it reads back to the same key: the report and
+// the reader must not drift apart.
+template <class K>
+void expectKeysReadBack(std::initializer_list<char const*> texts) {
+  for (char const* t : texts) {
+    K k{};
+    std::string error;
+    ASSERT_TRUE(Sim::readValue(YAML::Node(t), k, error)) << t << ": " << error;
+    EXPECT_EQ(Sim::text(k), t);
+  }
+}
+
+TEST(ScenarioTest, KeysReadBackAsTheReportPrintsThem) {
+  expectKeysReadBack<L2Rib::Dest>({"10.0.0.1", "2001:db8::1", "vxlan(id=7,intf=Vxlan1,vni=10020,vtepAddr=10.0.0.4)",
+                                   "vxlan(id=ffffffffffffffff,intf=,vni=5,vtepAddr=10.0.0.4)",
+                                   "intf(id=1,intf=Ethernet1)", "mpls(id=2,label=16,nexthop=10.0.0.9)",
+                                   "tunnel(id=3,tunnelId=7)", "none(id=4)"});
+  expectKeysReadBack<Vxlan::MacVlanPair>({"00:00:5e:00:01:01/10"});
+  expectKeysReadBack<Arp::InputConfigKey>({"10.0.10.5/Vlan10"});
+  expectKeysReadBack<Mlag::VlanIpSource>({"10.0.10.5/10/dynamic", "2001:db8::5/0/static"});
+  // Blanks, as the trace prints a destination, are taken too.
+  L2Rib::Dest d;
+  std::string error;
+  ASSERT_TRUE(Sim::readValue(YAML::Node("vxlan(id=ffffffffffffffff, intf=, vni=0, vtepAddr=10.0.0.1)"), d, error));
+  EXPECT_EQ(Sim::text(d), "10.0.0.1");
 }
 
 TEST(ScenarioTest, TheMessageNamesFileAndLine) {

@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "Pair.h"
@@ -30,14 +31,16 @@ TEST(TraceDescriptionTest, BuiltinScenarioDescribesEachMessageOfAFunctionOnce) {
   ASSERT_TRUE(file.ok()) << file.errors.front();
   ASSERT_GT(file.messages.size(), 20u) << "the scenario should reach most handlers";
 
-  std::map<std::pair<std::string, std::string>, std::set<std::uint32_t>> lines;
+  // One message is one text with values of the same types: " Del {mac}" and " Del {vlanId}"
+  // are two.
+  std::map<std::tuple<std::string, std::string, std::string>, std::set<std::uint32_t>> lines;
   for (auto const& m : file.messages) {
     EXPECT_FALSE(m.function.empty()) << m.text;
-    lines[{m.function, m.text}].insert(m.line);
+    lines[{m.function, m.text, m.codes}].insert(m.line);
   }
   for (auto const& [where, at] : lines) {
-    EXPECT_EQ(at.size(), 1u) << where.first << ": \"" << where.second << "\" is described from " << at.size()
-                             << " lines, first at " << *at.begin();
+    EXPECT_EQ(at.size(), 1u) << std::get<0>(where) << ": \"" << std::get<1>(where) << "\" is described from "
+                             << at.size() << " lines, first at " << *at.begin();
   }
 }
 

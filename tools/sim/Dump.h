@@ -15,6 +15,7 @@
 #include "runtime/Attributes.h"
 #include "types/Arp.h"
 #include "types/Bridging.h"
+#include "types/L2Rib.h"
 #include "types/Mlag.h"
 #include "types/MlagP2p.h"
 #include "types/Vxlan.h"
@@ -50,6 +51,14 @@ std::string text(T const& v) {
   } else if constexpr (std::is_same_v<T, Mlag::VlanIpSource>) {
     // An address, its VLAN and its source: "10.0.0.5/10/dynamic".
     return text(v.ipAddr()) + "/" + text(v.vlanId()) + "/" + text(v.arpSource());
+  } else if constexpr (std::is_same_v<T, L2Rib::Dest>) {
+    // The one form the flood-list conversions make is its address; any other its fields.
+    if (v.destType() == L2Rib::DestType::vxlan && v == L2Rib::canonicalVxlanDest(v.vxlan().vtepAddr())) {
+      return text(v.vxlan().vtepAddr());
+    }
+    std::string s(v.stringValue().view());
+    std::erase(s, ' ');
+    return s;
   } else {
     return Vok::jsonText(v);
   }

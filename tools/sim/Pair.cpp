@@ -12,6 +12,8 @@ Pair::Pair() {
     Link& link = linkFrom(*from);
     mirror(from->sentVxStatus, to.recvVxStatus, link);
     mirror(from->sentP2pHostTable, to.recvP2pHostTable, link);
+    mirror(from->sentSde, to.recvSde, link);
+    mirror(from->sentBumStatus, to.recvBumStatus, link);
   }
   // Each side starts by receiving the other's whole state.
   for (auto& m : mirrors_) m->resync();

@@ -29,9 +29,18 @@ void plugInRun(MlagVxlan::SmContainer& c, SwitchEntities const& s) {
                                       s.vtiStatusDir);
       sm->recvP2pHostTableIs(s.recvP2pHostTable);
     }
+    // This switch's flood lists go to the peer in both forms; of what the peer sends, the form
+    // the peer declares (its sdeFloodListCapable) fills this switch's sdeOutput.
+    c.vcsSdeCorestateToP2pSmIs(s.sdeInput, s.sentSde, Brix::String("vcsSdeCorestateToP2p"));
+    c.vcsSdeCorestateToBumStatusP2pSmIs(s.sdeInput, s.sentBumStatus);
+    c.floodListInputSelectorSmIs(s.recvVxStatus, s.recvBumStatus, s.recvSde, s.sdeOutput,
+                                 Brix::String("floodListInput"));
     c.scheduledMlagPeerArpSyncSmIs(s.sentVxStatus, s.recvVxStatus, s.localVxStatus);
   } else {
     (void)c.remoteHostTableSmDel();
+    (void)c.vcsSdeCorestateToP2pSmDel();
+    (void)c.vcsSdeCorestateToBumStatusP2pSmDel();
+    (void)c.floodListInputSelectorSmDel();
     (void)c.scheduledMlagPeerArpSyncSmDel();
   }
 }
@@ -59,6 +68,9 @@ std::vector<std::pair<std::string_view, std::string_view>> containerChildren(Mla
   add("remoteHostTableSm", c.remoteHostTableSm());
   add("primarySm", c.primarySm());
   add("secondarySm", c.secondarySm());
+  add("vcsSdeCorestateToP2pSm", c.vcsSdeCorestateToP2pSm());
+  add("vcsSdeCorestateToBumStatusP2pSm", c.vcsSdeCorestateToBumStatusP2pSm());
+  add("floodListInputSelectorSm", c.floodListInputSelectorSm());
   add("scheduledMlagPeerArpSyncSm", c.scheduledMlagPeerArpSyncSm());
   return out;
 }

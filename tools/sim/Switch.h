@@ -60,11 +60,14 @@ struct SwitchEntities {
   P<Vxlan::ActiveArpIpTable> corestateActiveArp = Brix::newNode<Vxlan::ActiveArpIpTable>();
   P<Vxlan::ActiveArpIpTable> sentActiveArp = Brix::newNode<Vxlan::ActiveArpIpTable>();
   P<Vxlan::ActiveArpIpTable> recvActiveArp = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  // Flood lists, in both forms.
+  // Flood lists: this switch's own in the central store, sent to the peer in both forms, and
+  // the peer's as this switch takes them in from the form its selector picks.
   P<L2Rib::SourceDirEntry> sdeInput = Brix::newNode<L2Rib::SourceDirEntry>();
+  P<L2Rib::SourceDirEntry> sentSde = Brix::newNode<L2Rib::SourceDirEntry>();
+  P<L2Rib::SourceDirEntry> recvSde = Brix::newNode<L2Rib::SourceDirEntry>();
+  P<Vxlan::BumStatus> sentBumStatus = Brix::newNode<Vxlan::BumStatus>();
+  P<Vxlan::BumStatus> recvBumStatus = Brix::newNode<Vxlan::BumStatus>();
   P<L2Rib::SourceDirEntry> sdeOutput = Brix::newNode<L2Rib::SourceDirEntry>();
-  P<Vxlan::BumStatus> bumStatusInput = Brix::newNode<Vxlan::BumStatus>();
-  P<Vxlan::BumStatus> bumStatusOutput = Brix::newNode<Vxlan::BumStatus>();
 
   // Calls f(name, ptr, reported) for every declared entity, in the order above. `reported`
   // marks what the library or the peer link writes: the report shows their changes. The
@@ -93,9 +96,11 @@ struct SwitchEntities {
     f(std::string_view("sentActiveArp"), sentActiveArp, true);
     f(std::string_view("recvActiveArp"), recvActiveArp, true);
     f(std::string_view("sdeInput"), sdeInput, false);
+    f(std::string_view("sentSde"), sentSde, true);
+    f(std::string_view("recvSde"), recvSde, true);
+    f(std::string_view("sentBumStatus"), sentBumStatus, true);
+    f(std::string_view("recvBumStatus"), recvBumStatus, true);
     f(std::string_view("sdeOutput"), sdeOutput, true);
-    f(std::string_view("bumStatusInput"), bumStatusInput, false);
-    f(std::string_view("bumStatusOutput"), bumStatusOutput, true);
   }
 };
 

@@ -1,5 +1,7 @@
 #include "Values.h"
 
+#include <map>
+
 #include "entities/PlatformFunctions.h"
 
 namespace Sim {
@@ -61,6 +63,117 @@ bool readValue(YAML::Node const& n, Arp::InputConfigEntry& out, std::string& err
 bool readValue(YAML::Node const& n, Arp::ArpEntry& out, std::string& error) {
   using R = Arp::ArpEntry;
   return record<R>(n, out, error, {field("ethAddr", &R::ethAddrIs), field("kind", &R::kindIs)});
+}
+
+namespace {
+
+// "name=value,name=value" into a map, every name given once and among `names`.
+bool destFields(std::string_view body, std::initializer_list<std::string_view> names,
+                std::map<std::string, std::string, std::less<>>& out, std::string& error) {
+  while (!body.empty()) {
+    auto comma = body.find(',');
+    std::string_view item = body.substr(0, comma);
+    auto eq = item.find('=');
+    std::string_view name = item.substr(0, eq);
+    if (eq == std::string_view::npos || std::find(names.begin(), names.end(), name) == names.end() ||
+        !out.emplace(name, item.substr(eq + 1)).second) {
+      error = "'" + std::string(item) + "' is not one of its fields given once";
+      return false;
+    }
+    body = comma == std::string_view::npos ? std::string_view() : body.substr(comma + 1);
+  }
+  for (auto name : names) {
+    if (!out.contains(name)) {
+      error = "field '" + std::string(name) + "' is missing";
+      return false;
+    }
+  }
+  return true;
+}
+
+bool hexId(std::string const& s, L2Rib::DestId& out) {
+  std::uint64_t v = 0;
+  auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), v, 16);
+  if (s.empty() || ec != std::errc() || end != s.data() + s.size()) return false;
+  out = L2Rib::DestId(v);
+  return true;
+}
+
+template <class T>
+bool fieldAs(std::map<std::string, std::string, std::less<>> const& f, std::string_view name, T& out,
+             std::string& error) {
+  if constexpr (std::is_integral_v<T>) {
+    std::uint64_t v = 0;
+    if (!ValuesImpl::number(f.find(name)->second, 0, std::numeric_limits<T>::max(), v)) {
+      error = "'" + std::string(name) + "' is not a number that fits";
+      return false;
+    }
+    out = static_cast<T>(v);
+    return true;
+  } else {
+    return readValue(YAML::Node(f.find(name)->second), out, error);
+  }
+}
+
+}  // namespace
+
+bool readValue(YAML::Node const& n, L2Rib::Dest& out, std::string& error) {
+  std::string raw;
+  if (!ValuesImpl::scalar(n, raw, error)) return false;
+  std::string s;
+  std::copy_if(raw.begin(), raw.end(), std::back_inserter(s), [](char c) { return c != ' '; });
+  auto open = s.find('(');
+  if (open == std::string::npos) {
+    Lanx::IpGenAddr addr;
+    if (!readValue(YAML::Node(s), addr, error)) return false;
+    out = L2Rib::canonicalVxlanDest(addr);
+    return true;
+  }
+  std::string const kind = s.substr(0, open);
+  auto fail = [&](std::string const& why) {
+    error = "destination '" + raw + "': " + why;
+    return false;
+  };
+  if (s.back() != ')') return fail("expected its fields between '(' and ')'");
+  std::string_view const body = std::string_view(s).substr(open + 1, s.size() - open - 2);
+  std::map<std::string, std::string, std::less<>> f;
+  L2Rib::DestId id;
+  auto idOk = [&] { return hexId(f["id"], id) || fail("the id is a hexadecimal number"); };
+  if (kind == "vxlan") {
+    Lanx::IntfId intf;
+    std::uint32_t vni = 0;
+    Lanx::IpGenAddr addr;
+    if (!destFields(body, {"id", "intf", "vni", "vtepAddr"}, f, error) || !idOk() || !fieldAs(f, "vni", vni, error) ||
+        !fieldAs(f, "vtepAddr", addr, error)) {
+      return fail(error);
+    }
+    if (!f["intf"].empty()) intf = Lanx::IntfId(f["intf"]);
+    out = L2Rib::Dest(id, L2Rib::DestDataVxlan(intf, vni, addr));
+  } else if (kind == "intf") {
+    Lanx::IntfId intf;
+    if (!destFields(body, {"id", "intf"}, f, error) || !idOk() || !fieldAs(f, "intf", intf, error)) return fail(error);
+    out = L2Rib::Dest(id, L2Rib::DestDataIntf(intf));
+  } else if (kind == "mpls") {
+    std::uint32_t label = 0;
+    Lanx::IpGenAddr nexthop;
+    if (!destFields(body, {"id", "label", "nexthop"}, f, error) || !idOk() || !fieldAs(f, "label", label, error) ||
+        !fieldAs(f, "nexthop", nexthop, error)) {
+      return fail(error);
+    }
+    out = L2Rib::Dest(id, L2Rib::DestDataMpls(label, nexthop));
+  } else if (kind == "tunnel") {
+    std::uint64_t tunnelId = 0;
+    if (!destFields(body, {"id", "tunnelId"}, f, error) || !idOk() || !fieldAs(f, "tunnelId", tunnelId, error)) {
+      return fail(error);
+    }
+    out = L2Rib::Dest(id, L2Rib::DestDataTunnel(tunnelId));
+  } else if (kind == "none") {
+    if (!destFields(body, {"id"}, f, error) || !idOk()) return fail(error);
+    out = L2Rib::Dest(id);
+  } else {
+    return fail("'" + kind + "' is not a kind of destination (vxlan, intf, mpls, tunnel, none)");
+  }
+  return true;
 }
 
 }  // namespace Sim

@@ -22,6 +22,7 @@
 #include "runtime/Time.h"
 #include "types/Arp.h"
 #include "types/Bridging.h"
+#include "types/L2Rib.h"
 #include "types/L3.h"
 #include "types/Lanx.h"
 #include "types/Mlag.h"
@@ -377,6 +378,13 @@ template <class K>
 bool keyFitsCollection(std::string_view, K const&, std::string&) {
   return true;
 }
+// A flood set holds VXLAN destinations only: converting one of another kind to a VTEP list is a
+// programmer's error in the library, so a scenario may not write one.
+inline bool keyFitsCollection(std::string_view collection, L2Rib::Dest const& dest, std::string& error) {
+  if (collection != "destSet" || dest.destType() == L2Rib::DestType::vxlan) return true;
+  error = "a flood set's destinations are VXLAN destinations, not " + text(dest.destType());
+  return false;
+}
 inline bool keyFitsCollection(std::string_view collection, Arp::InputConfigKey const& key, std::string& error) {
   bool const v6 = key.addr().af() == Lanx::AddressFamily::ipv6;
   if ((collection == "ipv4" && !v6 && key.addr().af() == Lanx::AddressFamily::ipv4) || (collection == "ipv6" && v6)) {
@@ -445,6 +453,11 @@ bool readValue(YAML::Node const& n, MlagP2p::HostEntry& out, std::string& error)
 bool readValue(YAML::Node const& n, VxlanController::MacVtepV2& out, std::string& error);
 bool readValue(YAML::Node const& n, Arp::InputConfigEntry& out, std::string& error);
 bool readValue(YAML::Node const& n, Arp::ArpEntry& out, std::string& error);
+// A flood set's destination as the report prints it: an address alone for the one form the
+// conversions between flood sets and VTEP lists make (10.0.0.1), else its kind and fields,
+// blanks optional: vxlan(id=1,intf=Vxlan1,vni=5,vtepAddr=10.0.0.1), intf(id=1,intf=Ethernet1),
+// mpls(id=1,label=16,nexthop=10.0.0.1), tunnel(id=1,tunnelId=7), none(id=1); ids in hex.
+bool readValue(YAML::Node const& n, L2Rib::Dest& out, std::string& error);
 
 template <class T>
 concept Readable = requires(YAML::Node const& n, T& v, std::string& e) {
