@@ -80,7 +80,7 @@ void Results::add(std::string const& program, nlohmann::json const& output) {
     timesNs_[key] = b.value("cpu_time", 0.0) * nsPer(b.value("time_unit", "ns"));
     for (auto const& [name, v] : b.items()) {
       if (v.is_number() && name != "cpu_time" && name != "real_time" && name != "iterations")
-        counters_[key + ":" + name] = v.get<double>();
+        counters_[fmt::format("{}:{}", key, name)] = v.get<double>();
     }
   }
 }
