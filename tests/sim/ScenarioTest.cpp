@@ -34,7 +34,8 @@ std::string refusalOf(std::string const& yaml, int* line = nullptr) {
 }
 
 TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
-  std::string const flood = "steps:\n  - A:\n      set:\n        sdeInput.vlanFloodSet[";
+  std::string const set = "steps:\n  - A:\n      set:\n        ";
+  std::string const flood = set + "sdeInput.vlanFloodSet[";
   Refusal const cases[] = {
       {"steps: [\n", 2, "not valid YAML"},
       {"- 1\n- 2\n", 1, "a scenario is a map"},
@@ -117,6 +118,13 @@ TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
       {flood + "10].floodSet[00:00:5e]: {}\n", 4, "not a MAC address"},
       {"steps:\n  - A:\n      set:\n        sentBumStatus.bumVtepList[00:00:00:00:00:00/0]: {}\n", 4,
        "is not a MAC and a VLAN"},
+      {set + "bfdStatusPeer.peerStatus[10.0.0.2/Vxlan1/3].operState: sideways\n", 4, "'sideways' is not one of"},
+      {set + "bfdStatusPeer.peerStatus[10.0.0.2/Vxlan1].operState: up\n", 4, "is not of the form"},
+      {set + "vlanConfigFlatDir.vlanConfig[4095]: {configSource: cli}\n", 4, "is not a VLAN from 1 to 4094"},
+      {set + "vlanConfigFlatDir.vlanConfig[10]: {configSource: " + std::string(130, 'c') + "}\n", 4,
+       "at most 129 bytes"},
+      {set + "activeArpConfig.localIpMac[10.0.0.5/10]: 00:00:5e\n", 4, "not a MAC address"},
+      {set + "activeArpConfig.remoteIp[10.0.0.500/10]: true\n", 4, "not an IP address"},
       {"steps:\n  - A:\n      delete: [sentVxStatus.scheduledMlagPeerArpSync]\n", 3, "set it instead"},
       {"steps:\n  - expect:\n      A:\n        localVxStatus.vniVtiToDynVlanMap[10010]: 10\n", 4,
        "not a VNI and a VTI"},
@@ -160,6 +168,9 @@ TEST(ScenarioTest, KeysReadBackAsTheReportPrintsThem) {
   expectKeysReadBack<Vxlan::MacVlanPair>({"00:00:5e:00:01:01/10"});
   expectKeysReadBack<Arp::InputConfigKey>({"10.0.10.5/Vlan10"});
   expectKeysReadBack<Mlag::VlanIpSource>({"10.0.10.5/10/dynamic", "2001:db8::5/0/static"});
+  expectKeysReadBack<Vxlan::VlanIpPair>({"10.0.0.5/10", "2001:db8::5/0"});
+  expectKeysReadBack<Mlag::VtiVtep>({"Vxlan1/10.0.0.2"});
+  expectKeysReadBack<Bfd::Peer>({"10.0.0.2/Vxlan1/3", "10.0.0.2/Vxlan1/3/red/7/10.0.0.1"});
   // Blanks, as the trace prints a destination, are taken too.
   L2Rib::Dest d;
   std::string error;

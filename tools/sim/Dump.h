@@ -14,6 +14,7 @@
 #include "entities/EntityJson.h"
 #include "runtime/Attributes.h"
 #include "types/Arp.h"
+#include "types/Bfd.h"
 #include "types/Bridging.h"
 #include "types/L2Rib.h"
 #include "types/Mlag.h"
@@ -51,6 +52,16 @@ std::string text(T const& v) {
   } else if constexpr (std::is_same_v<T, Mlag::VlanIpSource>) {
     // An address, its VLAN and its source: "10.0.0.5/10/dynamic".
     return text(v.ipAddr()) + "/" + text(v.vlanId()) + "/" + text(v.arpSource());
+  } else if constexpr (std::is_same_v<T, Vxlan::VlanIpPair>) {
+    return text(v.ipAddr()) + "/" + std::to_string(v.vlanId());
+  } else if constexpr (std::is_same_v<T, Mlag::VtiVtep>) {
+    return text(v.intfId()) + "/" + text(v.vtep());
+  } else if constexpr (std::is_same_v<T, Bfd::Peer>) {
+    std::string s = text(v.ip()) + "/" + text(v.intf()) + "/" + std::to_string(v.type());
+    if (!v.vrf().empty() || v.sessionId() != 0 || v.srcIp() != Lanx::IpGenAddr()) {
+      s += "/" + std::string(v.vrf().view()) + "/" + std::to_string(v.sessionId()) + "/" + text(v.srcIp());
+    }
+    return s;
   } else if constexpr (std::is_same_v<T, L2Rib::Dest>) {
     // The one form the flood-list conversions make is its address; any other its fields.
     if (v.destType() == L2Rib::DestType::vxlan && v == L2Rib::canonicalVxlanDest(v.vxlan().vtepAddr())) {

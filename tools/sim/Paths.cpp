@@ -170,6 +170,10 @@ Op<E> setValueOp(Brix::FieldId field, K const& k, YAML::Node const& value, std::
     v.keyIs(k);
   } else if constexpr (requires { v.macAddrIs(k); }) {
     v.macAddrIs(k);
+  } else if constexpr (requires { v.ipIs(k); }) {
+    v.ipIs(k);
+  } else if constexpr (requires { v.vlanIdIs(k); }) {
+    v.vlanIdIs(k);
   }
   return [field, k, v](E& e) {
     withAttr<A>(e, field, [&](A& a, Brix::FieldId f) {

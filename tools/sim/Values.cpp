@@ -1,6 +1,7 @@
 #include "Values.h"
 
 #include <map>
+#include <vector>
 
 #include "entities/PlatformFunctions.h"
 
@@ -60,9 +61,106 @@ bool readValue(YAML::Node const& n, Arp::InputConfigEntry& out, std::string& err
                     field("metric", &R::metricIs), field("generation", &R::generationIs)});
 }
 
+bool readValue(YAML::Node const& n, VxlanController::BfdPeerStatusV2& out, std::string& error) {
+  using R = VxlanController::BfdPeerStatusV2;
+  return record<R>(
+      n, out, error,
+      {field("label", &R::labelIs), field("status", &R::statusIs), field("remoteStatus", &R::remoteStatusIs)});
+}
+
+bool readValue(YAML::Node const& n, Bridging::Flat::VlanConfigFlat& out, std::string& error) {
+  using R = Bridging::Flat::VlanConfigFlat;
+  return record<R>(n, out, error,
+                   {field("configSource", &R::configSourceIs), field("state", &R::stateIs), field("name", &R::nameIs),
+                    field("priority", &R::priorityIs), field("timestamp", &R::timestampIs), field("flags", &R::flagsIs),
+                    field("owner", &R::ownerIs)});
+}
+
 bool readValue(YAML::Node const& n, Arp::ArpEntry& out, std::string& error) {
   using R = Arp::ArpEntry;
   return record<R>(n, out, error, {field("ethAddr", &R::ethAddrIs), field("kind", &R::kindIs)});
+}
+
+namespace {
+
+// The parts of "a/b/c"; the count must be one of `counts`.
+bool slashParts(YAML::Node const& n, std::initializer_list<std::size_t> counts, char const* example,
+                std::vector<std::string>& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  out.clear();
+  for (std::size_t from = 0;;) {
+    auto slash = s.find('/', from);
+    out.push_back(s.substr(from, slash - from));
+    if (slash == std::string::npos) break;
+    from = slash + 1;
+  }
+  if (std::find(counts.begin(), counts.end(), out.size()) != counts.end()) return true;
+  error = "'" + s + "' is not of the form " + example;
+  return false;
+}
+
+template <class T>
+bool part(std::string const& s, T& out, std::string& error) {
+  return readValue(YAML::Node(s), out, error);
+}
+
+}  // namespace
+
+bool readValue(YAML::Node const& n, Swix::FString& out, std::string& error) {
+  std::string s;
+  if (!ValuesImpl::scalar(n, s, error)) return false;
+  if (s.size() > Swix::FString::maxLength()) {
+    error = "a text of at most " + std::to_string(Swix::FString::maxLength()) + " bytes";
+    return false;
+  }
+  out = Swix::FString(s);
+  return true;
+}
+
+bool readValue(YAML::Node const& n, Vxlan::VlanIpPair& out, std::string& error) {
+  std::vector<std::string> p;
+  Lanx::IpGenAddr addr;
+  std::uint64_t vlan = 0;
+  if (!slashParts(n, {2}, "10.0.0.5/10 (an address and its VLAN)", p, error) || !part(p[0], addr, error)) {
+    return false;
+  }
+  if (!ValuesImpl::number(p[1], 0, Bridging::VlanId::max, vlan)) {
+    error = "'" + p[1] + "' is not a VLAN from 0 (none) to 4094";
+    return false;
+  }
+  out = Vxlan::VlanIpPair(static_cast<std::uint16_t>(vlan), addr);
+  return true;
+}
+
+bool readValue(YAML::Node const& n, Mlag::VtiVtep& out, std::string& error) {
+  std::vector<std::string> p;
+  Lanx::IntfId intf;
+  Lanx::IpGenAddr vtep;
+  if (!slashParts(n, {2}, "Vxlan1/10.0.0.2 (a VTI and a VTEP)", p, error) || !part(p[0], intf, error) ||
+      !part(p[1], vtep, error)) {
+    return false;
+  }
+  out = Mlag::VtiVtep(intf, vtep);
+  return true;
+}
+
+bool readValue(YAML::Node const& n, Bfd::Peer& out, std::string& error) {
+  std::vector<std::string> p;
+  Lanx::IpGenAddr ip;
+  Lanx::IntfId intf;
+  std::uint32_t type = 0;
+  if (!slashParts(n, {3, 6}, "10.0.0.2/Vxlan1/3 (address, interface, type[, VRF, session id, source])", p, error) ||
+      !part(p[0], ip, error) || !part(p[1], intf, error) || !part(p[2], type, error)) {
+    return false;
+  }
+  Brix::String vrf;
+  std::uint64_t sessionId = 0;
+  Lanx::IpGenAddr srcIp;
+  if (p.size() == 6 && (!part(p[4], sessionId, error) || !part(p[5], srcIp, error))) return false;
+  if (p.size() == 6) vrf = Brix::String(p[3]);
+  out = Bfd::Peer(vrf, intf, sessionId, type, ip, srcIp);
+  return true;
 }
 
 namespace {

@@ -21,6 +21,7 @@
 #include "runtime/String.h"
 #include "runtime/Time.h"
 #include "types/Arp.h"
+#include "types/Bfd.h"
 #include "types/Bridging.h"
 #include "types/L2Rib.h"
 #include "types/L3.h"
@@ -28,6 +29,7 @@
 #include "types/Mlag.h"
 #include "types/MlagP2p.h"
 #include "types/Shoal.h"
+#include "types/Swix.h"
 #include "types/Vxlan.h"
 #include "types/VxlanController.h"
 
@@ -165,6 +167,8 @@ inline bool readValue(YAML::Node const& n, Lanx::IntfId& out, std::string& error
   out = Lanx::IntfId(s);
   return true;
 }
+
+bool readValue(YAML::Node const& n, Swix::FString& out, std::string& error);
 
 inline bool readValue(YAML::Node const& n, Lanx::IpAddr& out, std::string& error) {
   return ValuesImpl::address(n, out, error, "an IPv4 address",
@@ -458,6 +462,15 @@ bool readValue(YAML::Node const& n, Arp::ArpEntry& out, std::string& error);
 // blanks optional: vxlan(id=1,intf=Vxlan1,vni=5,vtepAddr=10.0.0.1), intf(id=1,intf=Ethernet1),
 // mpls(id=1,label=16,nexthop=10.0.0.1), tunnel(id=1,tunnelId=7), none(id=1); ids in hex.
 bool readValue(YAML::Node const& n, L2Rib::Dest& out, std::string& error);
+// "10.0.0.5/10": an address and its VLAN (0 for none), the key of an active ARP table's rows.
+bool readValue(YAML::Node const& n, Vxlan::VlanIpPair& out, std::string& error);
+// "Vxlan1/10.0.0.2": a VTI and a VTEP behind it.
+bool readValue(YAML::Node const& n, Mlag::VtiVtep& out, std::string& error);
+// "10.0.0.2/Vxlan1/3": a BFD peer's address, interface and type (3: a VXLAN tunnel), then, when
+// any is set, its VRF, session id and source address: "10.0.0.2/Vxlan1/3/red/7/10.0.0.1".
+bool readValue(YAML::Node const& n, Bfd::Peer& out, std::string& error);
+bool readValue(YAML::Node const& n, VxlanController::BfdPeerStatusV2& out, std::string& error);
+bool readValue(YAML::Node const& n, Bridging::Flat::VlanConfigFlat& out, std::string& error);
 
 template <class T>
 concept Readable = requires(YAML::Node const& n, T& v, std::string& e) {
