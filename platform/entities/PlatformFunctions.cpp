@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -138,6 +139,16 @@ std::uint8_t toP2pHostEntryType(Bridging::EntryType t, unsigned peerP2pVersion) 
 
 }  // namespace Mlag
 
+bool toggleStateFromJson(std::string_view json, char const* name, bool defaultValue, bool* malformed) {
+  nlohmann::json doc = nlohmann::json::parse(json, nullptr, false);
+  bool const bad = doc.is_discarded() || !doc.is_object();
+  if (malformed) *malformed = bad;
+  if (bad) return defaultValue;
+  auto it = doc.find(name);
+  if (it == doc.end() || !it->is_boolean()) return defaultValue;
+  return it->get<bool>();
+}
+
 bool getToggleState(char const* name, char const* file, bool defaultValue) {
   char const* dir = std::getenv("MLAGVXLAN_TOGGLE_DIR");
   std::string path = std::string(dir && *dir ? dir : "/etc/mlagvxlan") + "/" + file;
@@ -147,13 +158,12 @@ bool getToggleState(char const* name, char const* file, bool defaultValue) {
                  defaultValue ? "on" : "off");
     return defaultValue;
   }
-  nlohmann::json doc = nlohmann::json::parse(in, nullptr, false);
-  if (doc.is_discarded() || !doc.is_object()) {
+  std::string const text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  bool malformed = false;
+  bool const state = toggleStateFromJson(text, name, defaultValue, &malformed);
+  if (malformed) {
     std::fprintf(stderr, "mlagvxlan: toggle file %s is not a JSON object; %s stays %s\n", path.c_str(), name,
                  defaultValue ? "on" : "off");
-    return defaultValue;
   }
-  auto it = doc.find(name);
-  if (it == doc.end() || !it->is_boolean()) return defaultValue;
-  return it->get<bool>();
+  return state;
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "entities/Mlag/Status.h"
 #include "entities/Routing/L2VpnConfig.h"
@@ -88,3 +89,6 @@ std::uint8_t toP2pHostEntryType(Bridging::EntryType t, unsigned peerP2pVersion) 
 // A missing or malformed file (not a JSON object) gives `defaultValue` with a one-line warning on
 // standard error; a missing or non-boolean member gives `defaultValue` silently.
 bool getToggleState(char const* name, char const* file, bool defaultValue);
+// The same from the file's text: `malformed` (if given) tells whether the text is not a JSON
+// object, the case getToggleState warns of.
+bool toggleStateFromJson(std::string_view json, char const* name, bool defaultValue, bool* malformed = nullptr);
