@@ -10,6 +10,7 @@
 
 #include "Vxlan/RoleCommon.h"
 #include "Vxlan/VlanToVniMapSm.h"
+#include "Vxlan/VxlanBfdStatusSm.h"
 #include "entities/Bridging/Config.h"
 #include "entities/Mlag/Status.h"
 #include "entities/Mlag/VxlanStatus.h"
@@ -200,6 +201,26 @@ class SecondarySm : public Vok::StateMachine {
   }
   std::size_t arpStatusWithVlanCount() const noexcept { return arpStatusWithVlan_.size(); }
 
+  // The BFD state the primary publishes, copied to localVxStatus. The all-keys forms of the two
+  // row collections rebuild the output instead of reconciling it; the third reconciles its
+  // children key by key, and leaves a local key without a child as it is.
+  void handleVtepBfdStatus();
+  void handleVtepBfdStatus(Lanx::IpAddr ip);
+  void handleMlagBfdPeerStatus();
+  void handleMlagBfdPeerStatus(Lanx::IpAddr ip);
+  void handleVxlanBfdPeerStatus();
+  void handleVxlanBfdPeerStatus(Mlag::VtiVtep const& vtiVtep);
+
+  VxlanBfdStatusSm::Ptr vxlanBfdStatusSmIs(Mlag::VtiVtep const& vtiVtep,
+                                           Brix::Ptr<Mlag::VxlanBfdStatus const> vxlanBfdStatus,
+                                           Brix::Ptr<Mlag::VxlanStatus> localVxStatus) {
+    return vxlanBfdStatusSm_.is(vtiVtep, std::move(vxlanBfdStatus), std::move(localVxStatus));
+  }
+  // Runs no cleanup: the caller calls doCleanup() on what comes back.
+  VxlanBfdStatusSm::Ptr vxlanBfdStatusSmDel(Mlag::VtiVtep const& vtiVtep) { return vxlanBfdStatusSm_.del(vtiVtep); }
+  VxlanBfdStatusSm* vxlanBfdStatusSm(Mlag::VtiVtep const& vtiVtep) const noexcept { return vxlanBfdStatusSm_(vtiVtep); }
+  std::size_t vxlanBfdStatusSmCount() const noexcept { return vxlanBfdStatusSm_.size(); }
+
   void handleInitialized();
   void doCleanup();
 
@@ -215,6 +236,13 @@ class SecondarySm : public Vok::StateMachine {
   void destructorCleanup() override { doCleanup(); }
 
  private:
+  template <class Rows>
+  void handleBfdRows();
+  template <class Rows>
+  void handleBfdRow(Lanx::IpAddr ip);
+  // The child of `vtiVtep` goes, after it withdrew its key.
+  void dropVxlanBfdStatusSm(Mlag::VtiVtep const& vtiVtep);
+
   Brix::Ptr<Mlag::VxlanStatus> const sentVxStatus_;
   Vok::Input<Mlag::VxlanStatus> recvVxStatus_;
   Brix::Ptr<Mlag::VxlanStatus> const localVxStatus_;
@@ -223,6 +251,8 @@ class SecondarySm : public Vok::StateMachine {
   Brix::Ptr<Vxlan::VtiStatusDir const> const vtiStatusDir_;
   Brix::Ptr<VxlanController::VtepStatusDirV2 const> const vtepStatusDir_;
   Brix::Ptr<Mlag::Status const> const mlagStatus_;
+  Vok::ChildCollection<Mlag::VtiVtep, VxlanBfdStatusSm> vxlanBfdStatusSm_{this, "MlagVxlan::SecondarySm",
+                                                                          "vxlanBfdStatusSm"};
   Vok::Child<VlanToVniMapSm> vlanToVniMapSm_{this};
   Vok::InputCollection<L3::VrfName, ArpStatusSm> arpStatus_{this, "MlagVxlan::SecondarySm", "arpStatus"};
   Vok::InputCollection<L3::VrfName, ArpStatusWithVlanSm> arpStatusWithVlan_{this, "MlagVxlan::SecondarySm",
