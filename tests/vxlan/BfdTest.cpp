@@ -131,3 +131,130 @@ TEST_F(SecondaryBfdTest, EachPeerEntityGetsAChildThatCopiesItsStateAndWithdrawsI
 }
 
 }  // namespace
+
+namespace {
+
+using PrimaryBfdTest = Fixture;
+
+TEST(MlagEntryName, BeginsWithVxlanAndEndsWithMlag) {
+  struct Case {
+    char const* name;
+    bool mlag;
+  };
+  for (auto [name, mlag] : {Case{"Vxlan1-mlag", true}, Case{"Vxlan-mlag", true}, Case{"Vxlan10-mlag", true},
+                            Case{"Vxlan1", false}, Case{"Other-mlag", false}, Case{"vxlan1-mlag", false},
+                            Case{"Vxlan1-mlagX", false}, Case{"-mlag", false}, Case{"", false}}) {
+    EXPECT_EQ(MlagVxlan::PrimarySm::NestedSm_VtepStatus::isMlagEntryName(name), mlag) << name;
+  }
+}
+
+// Several entries of each kind: after the first runs each collection holds what its kind's
+// entries report, whichever entry's first run came last; a former life's keys that no entry
+// reports go.
+TEST_F(PrimaryBfdTest, AfterTheFirstRunsEachCollectionHoldsWhatItsKindOfEntriesReport) {
+  sent->bfdPeerStatusIs(row("former", 99));
+  sent->mlagBfdPeerStatusIs(row("former", 98));
+  sent->bfdPeerStatusIs(row("old", 1, 0));  // reported again, with another state
+  auto entry = [&](char const* name, std::initializer_list<Row> rs) {
+    auto e = vtepDir->vtepStatusV2Is(Brix::String(name));
+    for (auto const& r : rs) e->bfdPeerStatusIs(r);
+    return e;
+  };
+  auto plain = entry("Vxlan1", {row("a", 1), row("b", 2)});
+  auto mlag = entry("Vxlan1-mlag", {row("m", 3)});
+  auto other = entry("Other-mlag", {row("c", 4)});  // not an MLAG entry: its name must begin with "Vxlan"
+  auto sm = primary();
+  EXPECT_EQ(sm->vtepStatusCount(), 3u);
+  Snapshot plainRows = rows(*plain);
+  plainRows.merge(rows(*other));
+  EXPECT_EQ(rows(*sent, false), plainRows);
+  EXPECT_EQ(rows(*sent, true), rows(*mlag));
+  EXPECT_EQ(trace.count("Del bfd status") + trace.count("Del Mlag bfd status"), 2u) << "the two former keys";
+
+  // One key at a time; a record equal to the default is a deletion.
+  struct Step {
+    std::function<void()> change;
+    char const* line;
+  };
+  std::vector<Step> const steps = {
+      {[&] { plain->bfdPeerStatusIs(row("a", 1, 2)); }, "Add bfd status"},
+      {[&] { (void)plain->bfdPeerStatusDel(ip(2)); }, "Del bfd status"},
+      {[&] { mlag->bfdPeerStatusIs(row("n", 5)); }, "Add Mlag bfd status"},
+      {[&] { plain->bfdPeerStatusIs(Row()); }, "Del bfd status"},
+  };
+  for (auto const& s : steps) {
+    trace.clear();
+    s.change();
+    EXPECT_EQ(trace.count(s.line), 1u) << s.line;
+    EXPECT_EQ(trace.levelOf(s.line), 6);
+  }
+  EXPECT_FALSE(sent->bfdPeerStatusHas(Lanx::IpAddr()));
+  EXPECT_EQ(rows(*sent, true), rows(*mlag));
+
+  // An entry that goes empties its kind's collection whole, what the other entry published too.
+  trace.clear();
+  (void)vtepDir->vtepStatusV2Del(Brix::String("Other-mlag"));
+  EXPECT_THAT(rows(*sent, false), IsEmpty());
+  EXPECT_EQ(rows(*sent, true), rows(*mlag));
+  EXPECT_THAT(trace.texts(), ElementsAre("PrimarySm::VokVtepStatus(Other-mlag)::cleanup()", " Clear BFD Peer Status",
+                                         "PrimarySm::VokVtepStatus(Other-mlag)::cleanup() return"));
+  // The role's end clears both through the role cleanup, then each reactor clears its kind.
+  sm = nullptr;
+  EXPECT_LT(trace.indexOf("PrimarySm::doCleanup() return"),
+            trace.indexOf("PrimarySm::VokVtepStatus(Vxlan1-mlag)::cleanup()"));
+  EXPECT_EQ(trace.count(" Clear Mlag BFD Peer Status"), 1u);
+}
+
+Bfd::Peer peer(std::uint32_t type, char const* addr, std::uint64_t session = 1, char const* intf = "Vxlan1") {
+  return Bfd::Peer(Brix::String("default"), Lanx::IntfId(intf), session, type, Lanx::IpGenAddr::parse(addr),
+                   Lanx::IpGenAddr::parse("10.0.0.100"));
+}
+
+TEST_F(PrimaryBfdTest, EachVxlanTunnelPeerHasAChildThatPublishesItsStateUnderItsVtiAndAddress) {
+  auto const tunnel = peer(3, "10.0.0.1"), twin = peer(3, "10.0.0.1", 2), v6 = peer(3, "2001:db8::1"),
+             other = peer(1, "10.0.0.9");
+  bfdPeer->peerStatusIs(tunnel)->operStateIs(Bfd::OperState::up);
+  bfdPeer->peerStatusIs(other)->operStateIs(Bfd::OperState::up);
+  sent->allVxlanBfdPeerStatusIs(vtiVtep("Vxlan7", "10.7.7.7"));  // a former life's: no child, stays
+  auto sm = primary();
+  EXPECT_EQ(sm->bfdPeerStatusSmCount(), 1u);
+  EXPECT_EQ(trace.count("PrimarySm::handleBfdPeerStatus(10.0.0.9) return Non Vxlan tunnel"), 1u);
+  EXPECT_EQ(vxlanBfd(*sent), (Snapshot{{text(vtiVtep("Vxlan1", "10.0.0.1")), "up"},
+                                       {text(vtiVtep("Vxlan7", "10.7.7.7")), "adminDown"}}));
+
+  // Two peers that differ only in the session share one entry.
+  bfdPeer->peerStatusIs(twin)->operStateIs(Bfd::OperState::down);
+  bfdPeer->peerStatusIs(v6)->operStateIs(Bfd::OperState::init);
+  EXPECT_EQ(sm->bfdPeerStatusSmCount(), 3u);
+  EXPECT_EQ(sent->allVxlanBfdPeerStatus(vtiVtep("Vxlan1", "10.0.0.1"))->operState(), Bfd::OperState::down);
+  EXPECT_EQ(trace.count("Bfd peer IP: 2001:db8::1 peer status: init"), 1u);
+
+  // A change of state: one write, the collection unchanged.
+  trace.clear();
+  bfdPeer->peerStatus(v6)->operStateIs(Bfd::OperState::up);
+  EXPECT_EQ(sent->allVxlanBfdPeerStatus(vtiVtep("Vxlan1", "2001:db8::1"))->operState(), Bfd::OperState::up);
+  EXPECT_EQ(trace.count("BfdPeerStatusSm(2001:db8::1)::handleBfdPeerStatus()"), 1u);
+
+  // A peer that goes: its cleanup runs before the child goes, and takes the shared entry along.
+  trace.clear();
+  (void)bfdPeer->peerStatusDel(twin);
+  EXPECT_EQ(sm->bfdPeerStatusSm(twin), nullptr);
+  EXPECT_FALSE(sent->allVxlanBfdPeerStatusHas(vtiVtep("Vxlan1", "10.0.0.1")));
+  EXPECT_LT(trace.indexOf("BfdPeerStatusSm(10.0.0.1)::doCleanup() return"),
+            trace.indexOf("PrimarySm::handleBfdPeerStatus(10.0.0.1) return"));
+  (void)bfdPeer->peerStatusDel(other);
+  EXPECT_EQ(trace.count("PrimarySm::handleBfdPeerStatus(10.0.0.9) return Non Vxlan tunnel"), 1u);
+
+  // The BFD agent's entry made again under a live peer: the child follows the new entry.
+  auto again = Brix::newNode<Bfd::PeerStatus>(tunnel);
+  again->operStateIs(Bfd::OperState::adminDown);
+  bfdPeer->peerStatusIs(tunnel, again);
+  EXPECT_EQ(sm->bfdPeerStatusSm(tunnel)->peerStatus(), again);
+  EXPECT_EQ(sent->allVxlanBfdPeerStatus(vtiVtep("Vxlan1", "10.0.0.1"))->operState(), Bfd::OperState::adminDown);
+
+  // The role's end withdraws each child's entry, and only those.
+  sm = nullptr;
+  EXPECT_EQ(vxlanBfd(*sent), (Snapshot{{text(vtiVtep("Vxlan7", "10.7.7.7")), "adminDown"}}));
+}
+
+}  // namespace

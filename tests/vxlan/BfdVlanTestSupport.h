@@ -37,18 +37,16 @@ std::string text(T const& v) {
   return os.str();
 }
 
-inline Snapshot rows(Status const& s, bool mlag) {
+template <class Iter>
+Snapshot rowsOf(Iter it) {
   Snapshot out;
-  auto put = [&](auto it) {
-    for (; !it.done(); it.advance()) out[text(it.currNodeNonStale().key)] = text(it.currNodeNonStale().value);
-  };
-  if (mlag) {
-    put(s.mlagBfdPeerStatusIter());
-  } else {
-    put(s.bfdPeerStatusIter());
-  }
+  for (; !it.done(); it.advance()) out[text(it.currNodeNonStale().key)] = text(it.currNodeNonStale().value);
   return out;
 }
+inline Snapshot rows(Status const& s, bool mlag) {
+  return mlag ? rowsOf(s.mlagBfdPeerStatusIter()) : rowsOf(s.bfdPeerStatusIter());
+}
+inline Snapshot rows(VxlanController::VtepStatusV2 const& e) { return rowsOf(e.bfdPeerStatusIter()); }
 inline Snapshot vxlanBfd(Status const& s) {
   Snapshot out;
   for (auto it = s.allVxlanBfdPeerStatusIter(); !it.done(); it.advance()) {

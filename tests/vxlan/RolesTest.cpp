@@ -357,6 +357,8 @@ TEST_F(RolesTest, ARoleRefusedByItsExchangeChildDoesNoCleanup) {
   fillFormerLife(*localBefore);
   sentBefore->arpStatusIs(L3::VrfName("notConfigured"));
   mapVlan(*vxlan1, 10, Vxlan::VniExtOrNone());
+  // The shared VLANs followed the peer's (none) before the child refused.
+  localBefore->sharedDynVlanDelAll();
   EXPECT_THROW(primary(), Brix::RangeException);
   EXPECT_TRUE(*sent == *sentBefore);
   EXPECT_TRUE(*local == *localBefore);
