@@ -17,8 +17,8 @@ SecondarySm::SecondarySm(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Ml
     : sentVxStatus_(std::move(sentVxStatus)),
       recvVxStatus_(this, std::move(recvVxStatus), &recvVxStatusDispatch),
       localVxStatus_(std::move(localVxStatus)),
-      bridgingConfig_(this, std::move(bridgingConfig)),
-      vlanConfigFlatDir_(this, std::move(vlanConfigFlatDir)),
+      bridgingConfig_(this, std::move(bridgingConfig), &bridgingConfigDispatch),
+      vlanConfigFlatDir_(this, std::move(vlanConfigFlatDir), &vlanConfigFlatDirDispatch),
       vtiStatusDir_(std::move(vtiStatusDir)),
       vtepStatusDir_(std::move(vtepStatusDir)),
       mlagStatus_(std::move(mlagStatus)) {
@@ -107,6 +107,11 @@ void SecondarySm::handleInitialized() {
     if (!outsideVlanRange(vlan, bound1, bound2)) continue;
     VXLAN_TRACE(6, " Del shared dyn vlans outside vlan range");
     sentVxStatus_->sharedDynVlanDel(vlan);
+  }
+  if (toggleBreakBridgingConfigVlanConfigVxlanEnabled()) {
+    handleVlanConfigFlat();
+  } else {
+    handleVlanConfig();
   }
   handleVtepBfdStatus();
   handleMlagBfdPeerStatus();
