@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <optional>
+
 #include "vxlan/BfdVlanTestSupport.h"
 
 namespace {
@@ -255,6 +258,97 @@ TEST_F(PrimaryBfdTest, EachVxlanTunnelPeerHasAChildThatPublishesItsStateUnderIts
   // The role's end withdraws each child's entry, and only those.
   sm = nullptr;
   EXPECT_EQ(vxlanBfd(*sent), (Snapshot{{text(vtiVtep("Vxlan7", "10.7.7.7")), "adminDown"}}));
+}
+
+}  // namespace
+
+namespace {
+
+// Each line present, in the order given.
+void expectInOrder(Capture const& trace, std::vector<std::string> const& lines) {
+  long last = -1;
+  for (auto const& l : lines) {
+    long at = trace.indexOf(l);
+    EXPECT_GT(at, last) << l;
+    last = std::max(last, at);
+  }
+}
+
+class RoleOrderTest : public Fixture {
+ protected:
+  RoleOrderTest() {
+    vtepDir->vtepStatusV2Is(Brix::String("Vxlan1"))->bfdPeerStatusIs(row("a", 1));
+    bfdPeer->peerStatusIs(peer(3, "10.0.0.1"))->operStateIs(Bfd::OperState::up);
+    recv->sharedDynVlanIs(Bridging::VlanId(5), true);
+    recv->bfdPeerStatusIs(row("a", 1));
+    recv->mlagBfdPeerStatusIs(row("m", 2));
+    recv->allVxlanBfdPeerStatusIs(vtiVtep("Vxlan1", "10.0.0.1"))->operStateIs(Bfd::OperState::up);
+    bridgingConfig->vlanConfigIs(Bridging::VlanId(20))->configSourceIs(Brix::String("cli"));
+    flatDir->vlanConfigIs(Bridging::VlanId(20),
+                          Bridging::Flat::VlanConfigFlat(Bridging::VlanId(20), Swix::FString("cli")));
+  }
+  ~RoleOrderTest() override { MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(std::nullopt); }
+};
+
+TEST_F(RoleOrderTest, FirstRunsAndCleanupsRunTheirHandlersInTheirOrder) {
+  {
+    auto sm = primary();
+    expectInOrder(trace,
+                  {"PrimarySm::VokVtepStatus(Vxlan1)::handleInitialized() return", "PrimarySm::handleInitialized()",
+                   "PrimarySm::handleBfdPeerStatus()", "BfdPeerStatusSm(10.0.0.1)::handleInitialized() return",
+                   "PrimarySm::handleBfdPeerStatus() return", "PrimarySm::handleSharedDynVlan()",
+                   "PrimarySm::handleSharedDynVlan() return", "VlanToVniMapSm::handleInitialized()",
+                   "PrimarySm::handleInitialized() return"});
+    trace.clear();
+  }
+  expectInOrder(trace, {"PrimarySm::doCleanup()", "BfdPeerStatusSm(10.0.0.1)::doCleanup()",
+                        "PrimarySm::doCleanup() return", "PrimarySm::VokVtepStatus(Vxlan1)::cleanup()"});
+  EXPECT_EQ(sent->allVxlanBfdPeerStatusCount(), 0u);
+
+  for (bool flat : {true, false}) {
+    SCOPED_TRACE(flat ? "flat" : "entities");
+    MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(flat);
+    sent->sharedDynVlanDelAll();
+    trace.clear();
+    {
+      auto sm = secondary();
+      expectInOrder(trace, {"SecondarySm::handleInitialized()", " Reset shared dyn vlans",
+                            flat ? "void MlagVxlan::SecondarySm::handleVlanConfigFlat(Bridging::VlanId) 20"
+                                 : "SecondarySm::VokVlanConfig(20)::handleInitialized()",
+                            " (20)::handleVlanSource Del shared dyn vlan 20", "SecondarySm::handleVtepBfdStatus()",
+                            "SecondarySm::handleMlagBfdPeerStatus()", "SecondarySm::handleVxlanBfdPeerStatus()",
+                            "VxlanBfdStatusSm::handleInitialized()", "SecondarySm::handleVxlanBfdPeerStatus() return",
+                            "VlanToVniMapSm::handleInitialized()", "SecondarySm::handleInitialized() return"});
+      trace.clear();
+    }
+    std::vector<std::string> cleanup = {"SecondarySm::doCleanup()", "VxlanBfdStatusSm::doCleanup()",
+                                        "SecondarySm::doCleanup() return"};
+    if (!flat) cleanup.push_back("SecondarySm::VokVlanConfig(20)::vlanConfigSourceSmCleanup()");
+    expectInOrder(trace, cleanup);
+    EXPECT_EQ(trace.count("SecondarySm::VokVlanConfig(20)::vlanConfigSourceSmCleanup()"), flat ? 0u : 1u);
+  }
+}
+
+// The primary's sentVxStatus is the secondary's recvVxStatus: what one publishes, the other applies.
+TEST_F(RoleOrderTest, BfdStateCrossesFromThePrimaryToTheSecondary) {
+  auto secondaryLocal = Brix::newNode<Status>(), secondarySent = Brix::newNode<Status>();
+  mlagStatus->mlagStateIs(Mlag::MlagState::primary);
+  auto p = primary();
+  auto s = MlagVxlan::secondarySmFactory(secondarySent, sent, secondaryLocal, bridgingConfig, flatDir, nullptr, nullptr,
+                                         Brix::newNode<Mlag::Status>());
+  auto mlagEntry = vtepDir->vtepStatusV2Is(Brix::String("Vxlan1-mlag"));
+  mlagEntry->bfdPeerStatusIs(row("m", 3));
+  bfdPeer->peerStatusIs(peer(3, "2001:db8::7", 1, "Vxlan2"))->operStateIs(Bfd::OperState::init);
+  bfdPeer->peerStatus(peer(3, "10.0.0.1"))->operStateIs(Bfd::OperState::down);
+  for (bool mlag : {false, true}) EXPECT_EQ(rows(*secondaryLocal, mlag), rows(*sent, mlag));
+  EXPECT_EQ(vxlanBfd(*secondaryLocal), vxlanBfd(*sent));
+  EXPECT_EQ(vxlanBfd(*sent).size(), 2u);
+  (void)bfdPeer->peerStatusDel(peer(3, "10.0.0.1"));
+  (void)vtepDir->vtepStatusV2Del(Brix::String("Vxlan1"));
+  for (bool mlag : {false, true}) EXPECT_EQ(rows(*secondaryLocal, mlag), rows(*sent, mlag));
+  EXPECT_EQ(vxlanBfd(*secondaryLocal), vxlanBfd(*sent));
+  s = nullptr;
+  p = nullptr;
 }
 
 }  // namespace

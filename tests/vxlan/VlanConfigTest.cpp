@@ -79,13 +79,15 @@ TEST_F(PrimarySharedVlanTest, AnEmptyPeerSetEmptiesTheLocalOne) {
 
 namespace {
 
-// Either input of the VLAN configuration, as the toggle picks it.
-class SecondaryVlanConfigTest : public Fixture, public ::testing::WithParamInterface<bool> {
+// The VLAN configuration by one input, the one the toggle picks.
+class VlanConfigFixture : public Fixture {
  protected:
-  SecondaryVlanConfigTest() { MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(flat()); }
-  ~SecondaryVlanConfigTest() override { MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(std::nullopt); }
+  explicit VlanConfigFixture(bool flat) : flat_(flat) {
+    MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(flat);
+  }
+  ~VlanConfigFixture() override { MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(std::nullopt); }
 
-  static bool flat() { return GetParam(); }
+  bool flat() const { return flat_; }
   // Configures `vlan` by `source` in the live input (or in the other one).
   void configure(std::uint16_t vlan, char const* source, bool live = true) {
     Bridging::VlanId id(vlan);
@@ -111,6 +113,19 @@ class SecondaryVlanConfigTest : public Fixture, public ::testing::WithParamInter
     for (auto v : out) s.erase(v);
     return s;
   }
+
+ private:
+  bool const flat_;
+};
+
+class SecondaryVlanConfigTest : public VlanConfigFixture, public ::testing::WithParamInterface<bool> {
+ protected:
+  SecondaryVlanConfigTest() : VlanConfigFixture(GetParam()) {}
+};
+
+class FlatVlanConfigTest : public VlanConfigFixture {
+ protected:
+  FlatVlanConfigTest() : VlanConfigFixture(true) {}
 };
 
 INSTANTIATE_TEST_SUITE_P(ByInput, SecondaryVlanConfigTest, ::testing::Bool(),
@@ -167,8 +182,7 @@ TEST_P(SecondaryVlanConfigTest, AVlanLeavesBothSetsWhileASourceOutsideTheListCon
   EXPECT_EQ(trace.count("SecondarySm::VokVlanConfig(50)::vlanConfigSourceSmCleanup()"), flat() ? 0u : 1u);
 }
 
-TEST_P(SecondaryVlanConfigTest, OnlyAChangedSourceIsWrittenAndAVlanInNeitherPlaceIsSharedAgain) {
-  if (!flat()) GTEST_SKIP() << "the flat table's own bookkeeping";
+TEST_F(FlatVlanConfigTest, OnlyAChangedSourceIsWrittenAndAVlanInNeitherPlaceIsSharedAgain) {
   configure(10, "cli");
   auto sm = secondary();
   EXPECT_EQ(sm->configSourceForVlan(Bridging::VlanId(10)).view(), "cli");
@@ -194,8 +208,7 @@ TEST_P(SecondaryVlanConfigTest, OnlyAChangedSourceIsWrittenAndAVlanInNeitherPlac
 // steps and the reads by key alternate, so an odd access ends the walk there and an even one
 // makes that VLAN read as absent, hence shared; the last is the step that finds the end. Nothing
 // escapes and each damage is reported once.
-TEST_P(SecondaryVlanConfigTest, DamageAtEachReadOfTheFlatTableIsReportedAndTakesTheDefault) {
-  if (!flat()) GTEST_SKIP() << "only the flat table can be damaged";
+TEST_F(FlatVlanConfigTest, DamageAtEachReadOfTheFlatTableIsReportedAndTakesTheDefault) {
   std::vector<std::uint16_t> const vlans = {10, 20, 30, 40};
   for (auto v : vlans) configure(v, "cli");
   auto const& table = flatDir->vlanConfig();
