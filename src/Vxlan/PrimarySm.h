@@ -5,8 +5,10 @@
 // next role.
 #pragma once
 
+#include <string_view>
 #include <tuple>
 
+#include "Vxlan/BfdPeerStatusSm.h"
 #include "Vxlan/RoleCommon.h"
 #include "Vxlan/VlanToVniMapSm.h"
 #include "entities/Arp/InputConfig.h"
@@ -78,6 +80,53 @@ class PrimarySm : public Vok::StateMachine {
     bool initialized_ = false;
   };
 
+  // Publishes the BFD peers that one entry of the controller's VTEP status reports: into
+  // sentVxStatus.mlagBfdPeerStatus for an MLAG entry, into bfdPeerStatus for any other. A record
+  // equal to the default counts as absent.
+  //
+  // The first run removes, before it publishes its own, the keys of its kind that no entry of
+  // that kind in the directory reports, and only those: several entries of one kind share the
+  // collection, and a later entry's first run must not take away what an earlier one published.
+  // After the first runs each collection holds what the entries of its kind hold. The removal of
+  // an entry still empties its kind's collection whole.
+  class NestedSm_VtepStatus : public Vok::Reactor<PrimarySm, VxlanController::VtepStatusV2> {
+   public:
+    using Ptr = Brix::Ptr<NestedSm_VtepStatus>;
+
+    NestedSm_VtepStatus(PrimarySm* primarySm, Brix::Ptr<VxlanController::VtepStatusV2 const> const& vtepStatus);
+    static Brix::String keyOf(VxlanController::VtepStatusV2 const& s) { return s.name(); }
+    // An MLAG entry's name begins with "Vxlan" and ends with "-mlag".
+    static bool isMlagEntryName(std::string_view name) noexcept {
+      return name.starts_with("Vxlan") && name.ends_with("-mlag");
+    }
+    char const* typeData() const override { return "MlagVxlan::PrimarySm::NestedSm_VtepStatus"; }
+    void onAttribute(Brix::FieldId field, void const* key) override;
+
+    PrimarySm* primarySm() const noexcept { return owner(); }
+    Brix::String name() const { return input() ? input()->name() : Brix::String(); }
+    bool isMlagVtepStatus() const noexcept { return isMlagVtepStatus_; }
+    bool initialized() const noexcept { return initialized_; }
+
+    void handleInitialized();
+    void handleVtepBfdStatus();
+    void handleVtepBfdStatus(Lanx::IpAddr ip);
+    void cleanup();
+
+   protected:
+    void zombieCleanup() override { cleanup(); }
+    void onNotifierBound() override { handleVtepBfdStatus(); }
+
+   private:
+    // Writes `status` to this entry's kind of collection under `ip`, or deletes the key there
+    // when `status` is the default.
+    void applyStatus(Lanx::IpAddr ip, VxlanController::BfdPeerStatusV2 const& status);
+    // Whether some entry of this entry's kind reports `ip`.
+    bool reportedByItsKind(Lanx::IpAddr ip) const;
+
+    bool isMlagVtepStatus_ = false;
+    bool initialized_ = false;
+  };
+
   PrimarySm(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Mlag::VxlanStatus const> recvVxStatus,
             Brix::Ptr<Mlag::VxlanStatus> localVxStatus, Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
             Brix::Ptr<VxlanController::VtepStatusDirV2 const> vtepStatusDir,
@@ -100,12 +149,12 @@ class PrimarySm : public Vok::StateMachine {
     return vtepStatusDir_.ptr();
   }
   Brix::Ptr<Arp::InputConfig const> const& arpInputConfig() const noexcept { return arpInputConfig_.ptr(); }
-  Brix::Ptr<Bfd::StatusPeer> const& bfdStatusPeer() const noexcept { return bfdStatusPeer_; }
+  Brix::Ptr<Bfd::StatusPeer> const& bfdStatusPeer() const noexcept { return bfdStatusPeer_.ptr(); }
   Brix::Ptr<Mlag::Status const> const& mlagStatus() const noexcept { return mlagStatus_; }
   bool initialized() const noexcept { return initialized_; }
   auto vokArgs() const {
     return std::tie(sentVxStatus_, recvVxStatus_.ptr(), localVxStatus_, vtiStatusDir_, vtepStatusDir_.ptr(),
-                    arpInputConfig_.ptr(), bfdStatusPeer_, mlagStatus_);
+                    arpInputConfig_.ptr(), bfdStatusPeer_.ptr(), mlagStatus_);
   }
 
   VlanToVniMapSm::Ptr vlanToVniMapSmIs(Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
@@ -129,9 +178,39 @@ class PrimarySm : public Vok::StateMachine {
   VrfConfigSm* vokVrf(L3::VrfName const& name) const noexcept { return vrf_(name); }
   std::size_t vrfCount() const noexcept { return vrf_.size(); }
 
+  NestedSm_VtepStatus::Ptr vtepStatusIs(Brix::Ptr<VxlanController::VtepStatusV2 const> const& entry) {
+    return vtepStatus_.is(entry);
+  }
+  Brix::Ptr<VxlanController::VtepStatusV2 const> vtepStatusDel(Brix::String const& name) {
+    return vtepStatus_.del(name);
+  }
+  void vtepStatusDelAll() { vtepStatus_.delAll(); }
+  NestedSm_VtepStatus* vtepStatus(Brix::String const& name) const noexcept { return vtepStatus_(name); }
+  std::size_t vtepStatusCount() const noexcept { return vtepStatus_.size(); }
+
+  BfdPeerStatusSm::Ptr bfdPeerStatusSmIs(Bfd::Peer const& peer, Brix::Ptr<Bfd::PeerStatus const> peerStatus,
+                                         Brix::Ptr<Mlag::VxlanStatus> sentVxStatus) {
+    return bfdPeerStatusSm_.is(peer, std::move(peerStatus), std::move(sentVxStatus));
+  }
+  // Runs no cleanup: the caller calls doCleanup() on what comes back.
+  BfdPeerStatusSm::Ptr bfdPeerStatusSmDel(Bfd::Peer const& peer) { return bfdPeerStatusSm_.del(peer); }
+  void bfdPeerStatusSmDelAll() { bfdPeerStatusSm_.delAll(); }
+  BfdPeerStatusSm* bfdPeerStatusSm(Bfd::Peer const& peer) const noexcept { return bfdPeerStatusSm_(peer); }
+  std::size_t bfdPeerStatusSmCount() const noexcept { return bfdPeerStatusSm_.size(); }
+
+  void handleBfdPeerStatus();
+  void handleBfdPeerStatus(Bfd::Peer const& peer);
+  void handleSharedDynVlan();
+  void handleSharedDynVlan(Bridging::VlanId vlan);
   void handleInitialized();
   void doCleanup();
 
+  static void recvVxStatusDispatch(Brix::Publisher const*, Brix::Subscriber*, Brix::FieldId, void const*,
+                                   void const*) noexcept;
+  static void vtepStatusDirDispatch(Brix::Publisher const*, Brix::Subscriber*, Brix::FieldId, void const*,
+                                    void const*) noexcept;
+  static void bfdStatusPeerDispatch(Brix::Publisher const*, Brix::Subscriber*, Brix::FieldId, void const*,
+                                    void const*) noexcept;
   static void arpInputConfigDispatch(Brix::Publisher const*, Brix::Subscriber*, Brix::FieldId, void const*,
                                      void const*) noexcept;
 
@@ -139,6 +218,8 @@ class PrimarySm : public Vok::StateMachine {
   void destructorCleanup() override { doCleanup(); }
 
  private:
+  // The child of `peer` goes, after it withdrew its entry.
+  void dropBfdPeerStatusSm(Bfd::Peer const& peer);
   // Whether the ARP input configures `vrf`; no input configures none.
   bool vrfConfigured(L3::VrfName const& vrf) const;
 
@@ -148,9 +229,11 @@ class PrimarySm : public Vok::StateMachine {
   Brix::Ptr<Vxlan::VtiStatusDir const> const vtiStatusDir_;
   Vok::Input<VxlanController::VtepStatusDirV2> vtepStatusDir_;
   Vok::Input<Arp::InputConfig> arpInputConfig_;
-  Brix::Ptr<Bfd::StatusPeer> const bfdStatusPeer_;
+  Vok::Input<Bfd::StatusPeer, Bfd::StatusPeer> bfdStatusPeer_;
   Brix::Ptr<Mlag::Status const> const mlagStatus_;
   Vok::Child<VlanToVniMapSm> vlanToVniMapSm_{this};
+  Vok::InputCollection<Brix::String, NestedSm_VtepStatus> vtepStatus_{this, "MlagVxlan::PrimarySm", "vtepStatus"};
+  Vok::ChildCollection<Bfd::Peer, BfdPeerStatusSm> bfdPeerStatusSm_{this, "MlagVxlan::PrimarySm", "bfdPeerStatusSm"};
   Vok::InputCollection<L3::VrfName, VrfConfigSm> vrf_{this, "MlagVxlan::PrimarySm", "vrf"};
   bool initialized_ = false;
 };

@@ -17,8 +17,8 @@ SecondarySm::SecondarySm(Brix::Ptr<Mlag::VxlanStatus> sentVxStatus, Brix::Ptr<Ml
     : sentVxStatus_(std::move(sentVxStatus)),
       recvVxStatus_(this, std::move(recvVxStatus), &recvVxStatusDispatch),
       localVxStatus_(std::move(localVxStatus)),
-      bridgingConfig_(this, std::move(bridgingConfig)),
-      vlanConfigFlatDir_(this, std::move(vlanConfigFlatDir)),
+      bridgingConfig_(this, std::move(bridgingConfig), &bridgingConfigDispatch),
+      vlanConfigFlatDir_(this, std::move(vlanConfigFlatDir), &vlanConfigFlatDirDispatch),
       vtiStatusDir_(std::move(vtiStatusDir)),
       vtepStatusDir_(std::move(vtepStatusDir)),
       mlagStatus_(std::move(mlagStatus)) {
@@ -55,18 +55,34 @@ SecondarySm::Ptr secondarySmFactory(
 }
 
 // The two ARP collections follow the peer's tables whatever the state of this object: a reactor
-// that goes runs its cleanup.
+// that goes runs its cleanup. The BFD rows are dropped while it is a zombie.
 void SecondarySm::recvVxStatusDispatch(Brix::Publisher const*, Brix::Subscriber* subscriber, Brix::FieldId field,
                                        void const* key, void const*) noexcept {
-  bool const byVrf = field == Mlag::VxlanStatus::arpStatusField;
-  if (!byVrf && field != Mlag::VxlanStatus::arpStatusWithVlanField) return;
+  using S = Mlag::VxlanStatus;
   auto* self = subscriber->ownerAs<SecondarySm>();
   if (!self->recvVxStatus_) return;
-  auto const& vrfName = *static_cast<L3::VrfName const*>(key);
-  if (byVrf) {
-    self->arpStatus_.follow(vrfName, self->recvVxStatus_->arpStatus(vrfName));
-  } else {
-    self->arpStatusWithVlan_.follow(vrfName, self->recvVxStatus_->arpStatusWithVlan(vrfName));
+  switch (field) {
+    case S::arpStatusField: {
+      auto const& vrfName = *static_cast<L3::VrfName const*>(key);
+      self->arpStatus_.follow(vrfName, self->recvVxStatus_->arpStatus(vrfName));
+      return;
+    }
+    case S::arpStatusWithVlanField: {
+      auto const& vrfName = *static_cast<L3::VrfName const*>(key);
+      self->arpStatusWithVlan_.follow(vrfName, self->recvVxStatus_->arpStatusWithVlan(vrfName));
+      return;
+    }
+    default:
+      break;
+  }
+  if (self->zombie()) return;
+  Brix::Ptr<SecondarySm> hold(self);
+  if (field == S::bfdPeerStatusField) {
+    self->handleVtepBfdStatus(*static_cast<Lanx::IpAddr const*>(key));
+  } else if (field == S::mlagBfdPeerStatusField) {
+    self->handleMlagBfdPeerStatus(*static_cast<Lanx::IpAddr const*>(key));
+  } else if (field == S::allVxlanBfdPeerStatusField) {
+    self->handleVxlanBfdPeerStatus(*static_cast<Mlag::VtiVtep const*>(key));
   }
 }
 
@@ -92,6 +108,14 @@ void SecondarySm::handleInitialized() {
     VXLAN_TRACE(6, " Del shared dyn vlans outside vlan range");
     sentVxStatus_->sharedDynVlanDel(vlan);
   }
+  if (toggleBreakBridgingConfigVlanConfigVxlanEnabled()) {
+    handleVlanConfigFlat();
+  } else {
+    handleVlanConfig();
+  }
+  handleVtepBfdStatus();
+  handleMlagBfdPeerStatus();
+  handleVxlanBfdPeerStatus();
   vlanToVniMapSmIs(vtiStatusDir_, sentVxStatus_, recvVxStatus_.ptr(), localVxStatus_, mlagStatus_);
   // A VRF that the peer publishes in neither form is stale here.
   for (auto it = localVxStatus_->arpStatusWithVlanIter(); !it.done(); it.advance()) {
@@ -109,6 +133,8 @@ void SecondarySm::doCleanup() {
   VXLAN_TRACE(5, "SecondarySm::doCleanup()");
   roleCleanupOf(*localVxStatus_);
   roleCleanupOf(*sentVxStatus_);
+  for (auto it = vxlanBfdStatusSm_.map().begin(); !it.done(); it.advance()) it.currNodeMaybeStale().value->doCleanup();
+  vxlanBfdStatusSm_.delAll();
   VXLAN_TRACE(5, "SecondarySm::doCleanup() return");
 }
 

@@ -6,10 +6,14 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string_view>
 #include <tuple>
 
 #include "Vxlan/RoleCommon.h"
+#include "Vxlan/VlanConfigConfigSourceSm.h"
 #include "Vxlan/VlanToVniMapSm.h"
+#include "Vxlan/VxlanBfdStatusSm.h"
 #include "entities/Bridging/Config.h"
 #include "entities/Mlag/Status.h"
 #include "entities/Mlag/VxlanStatus.h"
@@ -19,8 +23,15 @@
 #include "types/L3.h"
 #include "types/Lanx.h"
 #include "types/Mlag.h"
+#include "types/Swix.h"
 
 namespace MlagVxlan {
+
+// Whether the secondary takes its VLANs from the flat VLAN table (on) or from the bridging
+// configuration's entities (off). Asked of the toggle "BreakBridgingConfigVlanConfigVxlan" once
+// per process, default on. A test may choose the answer without asking again.
+bool toggleBreakBridgingConfigVlanConfigVxlanEnabled();
+void toggleBreakBridgingConfigVlanConfigVxlanForTest(std::optional<bool> state);
 
 class SecondarySm : public Vok::StateMachine {
  public:
@@ -200,6 +211,52 @@ class SecondarySm : public Vok::StateMachine {
   }
   std::size_t arpStatusWithVlanCount() const noexcept { return arpStatusWithVlan_.size(); }
 
+  // The shared dynamic VLANs from the VLAN configuration: a VLAN configured by a source that is
+  // not shareable leaves the set in both sentVxStatus and localVxStatus, and comes back when its
+  // configuration goes or its source becomes shareable. Only one of the two inputs is live, as
+  // the toggle says; the handlers of the flat table take the default record where the table is
+  // damaged, and a walk ends at a damaged step.
+  void vok_handleBridgingConfig_vlanConfig(Bridging::VlanId vlanId);
+  void vok_handleVlanConfigFlatDir_vlanConfig(Bridging::VlanId vlanId);
+  void handleVlanConfig();
+  void handleVlanConfig(Bridging::VlanId vlanId);
+  void handleVlanConfigFlat();
+  void handleVlanConfigFlat(Bridging::VlanId vlanId);
+  void handleVlanSource(Bridging::VlanId vlanId, Brix::String const& source);
+  void vlanConfigSourceSmCleanup(Bridging::VlanId vlanId);
+  // The sources whose VLANs stay shared: "static", "controller", "evpn", "mlag" and "default".
+  static bool isShareableVlanSource(std::string_view source) noexcept;
+
+  VlanConfigConfigSourceSm::Ptr vlanConfigConfigSourceSmIs(Brix::Ptr<Bridging::VlanConfig const> const& vlanConfig);
+  VlanConfigConfigSourceSm::Ptr vlanConfigConfigSourceSmDel(Bridging::VlanId vlanId) {
+    return vlanConfigConfigSourceSm_.del(vlanId);
+  }
+  void vlanConfigConfigSourceSmDelAll() { vlanConfigConfigSourceSm_.delAll(); }
+  VlanConfigConfigSourceSm* vlanConfigConfigSourceSm(Bridging::VlanId vlanId) const noexcept {
+    return vlanConfigConfigSourceSm_(vlanId);
+  }
+  std::size_t vlanConfigConfigSourceSmCount() const noexcept { return vlanConfigConfigSourceSm_.size(); }
+
+  // The BFD state the primary publishes, copied to localVxStatus. The all-keys forms of the two
+  // row collections rebuild the output instead of reconciling it; the third reconciles its
+  // children key by key, and leaves a local key without a child as it is.
+  void handleVtepBfdStatus();
+  void handleVtepBfdStatus(Lanx::IpAddr ip);
+  void handleMlagBfdPeerStatus();
+  void handleMlagBfdPeerStatus(Lanx::IpAddr ip);
+  void handleVxlanBfdPeerStatus();
+  void handleVxlanBfdPeerStatus(Mlag::VtiVtep const& vtiVtep);
+
+  VxlanBfdStatusSm::Ptr vxlanBfdStatusSmIs(Mlag::VtiVtep const& vtiVtep,
+                                           Brix::Ptr<Mlag::VxlanBfdStatus const> vxlanBfdStatus,
+                                           Brix::Ptr<Mlag::VxlanStatus> localVxStatus) {
+    return vxlanBfdStatusSm_.is(vtiVtep, std::move(vxlanBfdStatus), std::move(localVxStatus));
+  }
+  // Runs no cleanup: the caller calls doCleanup() on what comes back.
+  VxlanBfdStatusSm::Ptr vxlanBfdStatusSmDel(Mlag::VtiVtep const& vtiVtep) { return vxlanBfdStatusSm_.del(vtiVtep); }
+  VxlanBfdStatusSm* vxlanBfdStatusSm(Mlag::VtiVtep const& vtiVtep) const noexcept { return vxlanBfdStatusSm_(vtiVtep); }
+  std::size_t vxlanBfdStatusSmCount() const noexcept { return vxlanBfdStatusSm_.size(); }
+
   void handleInitialized();
   void doCleanup();
 
@@ -210,11 +267,22 @@ class SecondarySm : public Vok::StateMachine {
 
   static void recvVxStatusDispatch(Brix::Publisher const*, Brix::Subscriber*, Brix::FieldId, void const*,
                                    void const*) noexcept;
+  static void bridgingConfigDispatch(Brix::Publisher const*, Brix::Subscriber*, Brix::FieldId, void const*,
+                                     void const*) noexcept;
+  static void vlanConfigFlatDirDispatch(Brix::Publisher const*, Brix::Subscriber*, Brix::FieldId, void const*,
+                                        void const*) noexcept;
 
  protected:
   void destructorCleanup() override { doCleanup(); }
 
  private:
+  template <class Rows>
+  void handleBfdRows();
+  template <class Rows>
+  void handleBfdRow(Lanx::IpAddr ip);
+  // The child of `vtiVtep` goes, after it withdrew its key.
+  void dropVxlanBfdStatusSm(Mlag::VtiVtep const& vtiVtep);
+
   Brix::Ptr<Mlag::VxlanStatus> const sentVxStatus_;
   Vok::Input<Mlag::VxlanStatus> recvVxStatus_;
   Brix::Ptr<Mlag::VxlanStatus> const localVxStatus_;
@@ -223,11 +291,16 @@ class SecondarySm : public Vok::StateMachine {
   Brix::Ptr<Vxlan::VtiStatusDir const> const vtiStatusDir_;
   Brix::Ptr<VxlanController::VtepStatusDirV2 const> const vtepStatusDir_;
   Brix::Ptr<Mlag::Status const> const mlagStatus_;
+  Vok::ChildCollection<Bridging::VlanId, VlanConfigConfigSourceSm> vlanConfigConfigSourceSm_{
+      this, "MlagVxlan::SecondarySm", "vlanConfigConfigSourceSm"};
+  Vok::ChildCollection<Mlag::VtiVtep, VxlanBfdStatusSm> vxlanBfdStatusSm_{this, "MlagVxlan::SecondarySm",
+                                                                          "vxlanBfdStatusSm"};
   Vok::Child<VlanToVniMapSm> vlanToVniMapSm_{this};
   Vok::InputCollection<L3::VrfName, ArpStatusSm> arpStatus_{this, "MlagVxlan::SecondarySm", "arpStatus"};
   Vok::InputCollection<L3::VrfName, ArpStatusWithVlanSm> arpStatusWithVlan_{this, "MlagVxlan::SecondarySm",
                                                                             "arpStatusWithVlan"};
   bool initialized_ = false;
+  VOK_SM_VALUES(configSourceForVlan, Bridging::VlanId, Swix::FString)
 };
 
 SecondarySm::Ptr secondarySmFactory(

@@ -357,6 +357,8 @@ TEST_F(RolesTest, ARoleRefusedByItsExchangeChildDoesNoCleanup) {
   fillFormerLife(*localBefore);
   sentBefore->arpStatusIs(L3::VrfName("notConfigured"));
   mapVlan(*vxlan1, 10, Vxlan::VniExtOrNone());
+  // The shared VLANs followed the peer's (none) before the child refused.
+  localBefore->sharedDynVlanDelAll();
   EXPECT_THROW(primary(), Brix::RangeException);
   EXPECT_TRUE(*sent == *sentBefore);
   EXPECT_TRUE(*local == *localBefore);
@@ -372,6 +374,9 @@ TEST_F(RolesTest, ARoleRefusedByItsExchangeChildDoesNoCleanup) {
   vxlan1->mlagVtepAddrIs(Lanx::IpAddr(10, 0, 0, 100));
   bridgingConfig->vlanRangeBound1Is(100);
   bridgingConfig->vlanRangeBound2Is(200);
+  // Its BFD rows were rebuilt from the peer's (none) before the child refused.
+  localBefore->bfdPeerStatusDelAll();
+  localBefore->mlagBfdPeerStatusDelAll();
   EXPECT_THROW(secondary(), Brix::RangeException);
   EXPECT_EQ(shared(*sent), vlanRange(100, 200));
   EXPECT_EQ(sent->bfdPeerStatusCount(), 1u);

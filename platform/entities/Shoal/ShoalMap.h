@@ -101,10 +101,11 @@ class ShoalMap : public ShoalMapBase {
   }
 
   // The reader's side of damage, as every reader handles it: a damaged read is reported to the
-  // table and gives the default record; a damaged step is reported and ends the walk there.
-  R readOrDefault(K const& key) const {
+  // table and gives the default record, and leaves `found` as it was; a damaged step is reported
+  // and ends the walk there.
+  R readOrDefault(K const& key, bool* found = nullptr) const {
     try {
-      return get(key);
+      return get(key, found);
     } catch (Brix::CorruptionDetectedException const& e) {
       doCorruptionDetected(Brix::String(e.what()));
       return R{};
