@@ -125,6 +125,8 @@ TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
        "at most 129 bytes"},
       {set + "activeArpConfig.localIpMac[10.0.0.5/10]: 00:00:5e\n", 4, "not a MAC address"},
       {set + "activeArpConfig.remoteIp[10.0.0.500/10]: true\n", 4, "not an IP address"},
+      {"steps:\n  - toggles: {BreakBridgingConfigVlanConfigVxlan: maybe}\n", 2, "is not true or false"},
+      {"steps:\n  - toggles: {Other: true}\n", 2, "unknown key 'Other' in toggles"},
       {"steps:\n  - A:\n      delete: [sentVxStatus.scheduledMlagPeerArpSync]\n", 3, "set it instead"},
       {"steps:\n  - expect:\n      A:\n        localVxStatus.vniVtiToDynVlanMap[10010]: 10\n", 4,
        "not a VNI and a VTI"},
@@ -197,6 +199,7 @@ TEST(ScenarioTest, TheMessageNamesFileAndLine) {
 TEST(ScenarioTest, AnInputTheLibraryRefusesIsReportedAndTheRunGoesOn) {
   Sim::Scenario sc = Sim::parseScenario(
       "steps:\n  - A: {role: primary}\n  - B: {role: secondary}\n"
+      "    toggles: {BreakBridgingConfigVlanConfigVxlan: false}\n"
       "    expect: {B: {container.secondarySm: present}}\n",
       "r.yaml");
   sc.steps[0].inputs[0].push_back([](Sim::SwitchEntities&) { throw std::out_of_range("VLAN 0"); });
@@ -205,12 +208,14 @@ TEST(ScenarioTest, AnInputTheLibraryRefusesIsReportedAndTheRunGoesOn) {
   std::ostringstream report;
   Sim::RunResult r = Sim::runScenario(pair, sc, report, Sim::RunOptions{.quiet = true});
   EXPECT_EQ(r.steps, 2u);
-  EXPECT_EQ(r.refused, 1u);
+  EXPECT_EQ(r.refused, 2u);
+  EXPECT_TRUE(MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanEnabled()) << "a toggle changes out of the pair only";
   EXPECT_EQ(r.met, 1u);
   EXPECT_EQ(pair.a.mlagProtoStatus->peerMonotonicOffset(), 7.0) << "the inputs after a refused one still run";
   EXPECT_NE(report.str().find("REFUSED  A: the library refused it: VLAN 0  (r.yaml:2)"), std::string::npos)
       << report.str();
-  EXPECT_NE(report.str().find("1 inputs refused by the library"), std::string::npos) << report.str();
+  EXPECT_NE(report.str().find("REFUSED  toggles: an agent reads them when it starts"), std::string::npos)
+      << report.str();
 }
 
 TEST(ScenarioTest, AnUnmetExpectationIsReportedWithWhatWasFound) {

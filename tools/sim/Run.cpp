@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string_view>
 
 #include "TraceSink.h"
@@ -291,6 +292,8 @@ std::vector<Change> diffEntity(Flat const& before, Flat const& after, std::strin
 
 Runner::Runner(Pair& pair, Scenario const& sc, std::ostream& out, RunOptions const& options)
     : pair_(pair), sc_(sc), out_(out), options_(options) {
+  // Each run starts from the process's own toggles, whatever an earlier run in it chose.
+  MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(std::nullopt);
   pair.delayIs(sc.delay);
   pair.settle();
   trackers_[0] = std::make_unique<SwitchTracker>(pair.a);
@@ -326,6 +329,18 @@ void Runner::stepRun(std::size_t i) {
   for (std::size_t s = 0; s < 2; ++s) {
     Acting acting(switches[s]->name());
     for (auto const& op : step.inputs[s]) guarded(switches[s]->name() + ": ", [&] { op(*switches[s]); });
+  }
+  // A toggle is read when an agent starts: it changes only while neither switch is in the pair.
+  if (step.vlanConfigToggle) {
+    auto inPair = [](Switch const* s) { return s->container()->primarySm() || s->container()->secondarySm(); };
+    if (std::any_of(std::begin(switches), std::end(switches), inPair)) {
+      refusals.push_back(
+          fmt::format("  REFUSED  toggles: an agent reads them when it starts; take both switches "
+                      "out of the pair first  ({}:{})",
+                      sc_.file, step.line));
+    } else {
+      MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(*step.vlanConfigToggle);
+    }
   }
   guarded("", [&] { pair_.settle(); });
   if (step.advance) guarded("", [&] { pair_.advanceBy(*step.advance); });

@@ -223,7 +223,7 @@ void parseExpect(YAML::Node const& key, YAML::Node const& n, std::vector<Expecta
 
 Step parseStep(YAML::Node const& n, double& time) {
   if (!n.IsMap()) failAt(n, "a step is a map (note, at, link, delay, A, B, advance, expect)");
-  checkKeys(n, {"note", "at", "link", "delay", "A", "B", "advance", "expect"}, "a step");
+  checkKeys(n, {"note", "at", "link", "delay", "toggles", "A", "B", "advance", "expect"}, "a step");
   Step s;
   s.line = lineOf(n);
   std::string summary;
@@ -250,6 +250,17 @@ Step parseStep(YAML::Node const& n, double& time) {
   if (auto delay = n["delay"]) {
     s.delay = seconds(delay, "delay");
     add("delay " + delay.Scalar() + " s");
+  }
+  if (auto toggles = n["toggles"]) {
+    if (!toggles.IsMap()) failAt(toggles, "toggles: expected a map of toggle: true or false");
+    checkKeys(toggles, {"BreakBridgingConfigVlanConfigVxlan"}, "toggles");
+    bool on = false;
+    std::string error;
+    if (YAML::Node v = toggles["BreakBridgingConfigVlanConfigVxlan"]; !readValue(v, on, error)) {
+      failAt(v, "BreakBridgingConfigVlanConfigVxlan: " + error);
+    }
+    s.vlanConfigToggle = on;
+    add(std::string("toggle BreakBridgingConfigVlanConfigVxlan ") + (on ? "on" : "off"));
   }
   for (auto const& kv : n) {
     if (kv.first.Scalar() == "A" || kv.first.Scalar() == "B") {

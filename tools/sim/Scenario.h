@@ -8,6 +8,7 @@
 //       at: 1.5                                   # optional: first let virtual time reach 1.5 s
 //       link: cut | restore                       # optional
 //       delay: 0.2                                # optional: a new one-way delay from now on
+//       toggles: {BreakBridgingConfigVlanConfigVxlan: false}   # optional, out of the pair only
 //       A:                                        # inputs of switch A (B likewise)
 //         role: primary                           # primary, secondary, none (or any MLAG state)
 //         vti:
@@ -35,8 +36,8 @@
 //           container.secondarySm: present
 //           mlagHostTable.hostEntry[00:11:22:33:44:55/10]: {lastMoveTime: 105}  # fields of a record
 //
-// A step does, in this order: at, link, delay, A's inputs, B's inputs, then lets everything due
-// now happen, then advance, then the report and the expectations. Within a switch's inputs the
+// A step does, in this order: at, link, delay, A's inputs, B's inputs, toggles, then lets
+// everything due now happen, then advance, then the report and the expectations. Within a switch's inputs the
 // role comes first, so that the plug-in has replaced the role state machine before any other
 // input of the step arrives; then vti, set and delete, each in the order written.
 //
@@ -83,6 +84,9 @@ struct Step {
   std::optional<double> at;
   std::optional<bool> linkUp;
   std::optional<double> delay;
+  // The process's toggle "BreakBridgingConfigVlanConfigVxlan", read once when an agent starts:
+  // taken only while neither switch is in the pair, as if both agents started anew.
+  std::optional<bool> vlanConfigToggle;
   std::array<std::vector<SwitchOp>, 2> inputs;  // A's, B's
   std::optional<double> advance;
   std::vector<Expectation> expect;
