@@ -50,6 +50,8 @@ void SmContainer::lastUserGone() {
   (void)remoteHostTableSmDel();
   (void)primarySmDel();
   (void)secondarySmDel();
+  (void)activeArpP2pToCorestateSmDel();
+  (void)activeArpCorestateToP2pSmDel();
   (void)vcsSdeCorestateToP2pSmDel();
   (void)vcsSdeCorestateToBumStatusP2pSmDel();
   (void)floodListInputSelectorSmDel();
@@ -93,6 +95,24 @@ SecondarySm::Ptr SmContainer::secondarySmIs(
 }
 
 SecondarySm::Ptr SmContainer::secondarySmDel() { return secondarySm_.del(); }
+
+// The two directions are one class with other arguments.
+#define ACTIVE_ARP_CHILD_MUTATORS(child)                                                                              \
+  ActiveArpP2pSm::Ptr SmContainer::child##Is(                                                                         \
+      Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir, Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,         \
+      Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig, Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn, \
+      Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut, Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,            \
+      Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState, Brix::Ptr<Mlag::VxlanStatus const> destVxStatus,          \
+      Brix::String name) {                                                                                            \
+    return child##_.is(std::move(vtiStatusDir), std::move(l2VpnConfig), std::move(activeArpConfig),                   \
+                       std::move(activeArpIn), std::move(activeArpOut), std::move(destState), std::move(rxDestState), \
+                       std::move(destVxStatus), std::move(name));                                                     \
+  }                                                                                                                   \
+  ActiveArpP2pSm::Ptr SmContainer::child##Del() { return child##_.del(); }
+
+ACTIVE_ARP_CHILD_MUTATORS(activeArpP2pToCorestateSm)
+ACTIVE_ARP_CHILD_MUTATORS(activeArpCorestateToP2pSm)
+#undef ACTIVE_ARP_CHILD_MUTATORS
 
 SourceDirEntryP2pSm::Ptr SmContainer::vcsSdeCorestateToP2pSmIs(Brix::Ptr<L2Rib::SourceDirEntry const> sdeInput,
                                                                Brix::Ptr<L2Rib::SourceDirEntry> sdeOutput,
