@@ -304,12 +304,13 @@ void NestedSm_VtiStatus::handleLocalArp() {
 void NestedSm_VtiStatus::handleLocalIpMac(Vxlan::VlanIpPair const& key) {
   if (!initialized_) return;
   VXLAN_TRACE(5, "ActiveArpP2pSm::VokVtiStatus({intf})::handleLocalIpMac({key})", intf_, key);
-  bool const inHas = in()->localIpMacHas(key);
+  Lanx::EthAddr const* const inMac = in()->localIpMacFind(key);
   if (destIsL2Capable()) {
     VXLAN_TRACE(6, " Dest is l2-learning capable - update for both l2-learning and selective-install");
-    if (inHas && (l2Installed(key) || selected(key))) {
-      Lanx::EthAddr const mac = in()->localIpMac(key);
-      if (rxDestState_ && rxDestState_->localIpMacHas(key) && rxDestState_->localIpMac(key) == mac) {
+    if (inMac && (l2Installed(key) || selected(key))) {
+      Lanx::EthAddr const mac = *inMac;
+      Lanx::EthAddr const* const rxMac = rxDestState_ ? rxDestState_->localIpMacFind(key) : nullptr;
+      if (rxMac && *rxMac == mac) {
         // Both ends hold the same entry as local: a loop, if the far end can tell.
         if (destVxStatus_ && destVxStatus_->loopDetectionCapable()) {
           VXLAN_TRACE(6, " Loop detection: writing broadcast MAC for {key} (was {mac})", key, mac);
@@ -324,7 +325,7 @@ void NestedSm_VtiStatus::handleLocalIpMac(Vxlan::VlanIpPair const& key) {
       }
     } else {
       Lanx::EthAddr const outMac = activeArpOut_->localIpMac(key);
-      if (inHas && l2InstalledAnyVlan(key)) {
+      if (inMac && l2InstalledAnyVlan(key)) {
         VXLAN_TRACE(
             6,
             " Not deleting from localIpMac key {key} mac {outMac} as the input entry is still local without SVI "
@@ -337,7 +338,7 @@ void NestedSm_VtiStatus::handleLocalIpMac(Vxlan::VlanIpPair const& key) {
     }
   } else {
     VXLAN_TRACE(6, " Dest is not l2-learning capable, update for selective-install only");
-    Lanx::EthAddr const mac = in()->localIpMac(key);
+    Lanx::EthAddr const mac = inMac ? *inMac : zeroMac;
     if (mac != zeroMac && selected(key)) {
       if (rxDestState_ && rxDestState_->localIpMacHas(key)) {
         VXLAN_TRACE(6, " Not adding new key to localIp {key} mac 0.0.0 as entry already in rx dest state", key);
