@@ -303,8 +303,12 @@ void NestedSm_VtiStatus::handleLocalArp() {
 
 void NestedSm_VtiStatus::handleLocalIpMac(Vxlan::VlanIpPair const& key) {
   if (!initialized_) return;
+  handleLocalIpMacOf(key, in()->localIpMacFind(key));
+}
+
+// `inMac` is the input's present entry for the key, null if it has none.
+void NestedSm_VtiStatus::handleLocalIpMacOf(Vxlan::VlanIpPair const& key, Lanx::EthAddr const* inMac) {
   VXLAN_TRACE(5, "ActiveArpP2pSm::VokVtiStatus({intf})::handleLocalIpMac({key})", intf_, key);
-  Lanx::EthAddr const* const inMac = in()->localIpMacFind(key);
   if (destIsL2Capable()) {
     VXLAN_TRACE(6, " Dest is l2-learning capable - update for both l2-learning and selective-install");
     if (inMac && (l2Installed(key) || selected(key))) {
@@ -374,8 +378,10 @@ void NestedSm_VtiStatus::handleLocalIpMac() {
       activeArpOut_->localIpDel(key);
     }
   }
+  // The walk stands on the input's entry: no need to look it up again, unless it just went.
   for (auto it = in()->localIpMacIter(); !it.done(); it.advance()) {
-    handleLocalIpMac(it.currNodeMaybeStale().key);
+    auto& node = it.currNodeMaybeStale();
+    handleLocalIpMacOf(node.key, it.currNodeStale() ? in()->localIpMacFind(node.key) : &node.value);
   }
   VXLAN_TRACE(5, "ActiveArpP2pSm::VokVtiStatus({intf})::handleLocalIpMac() return", intf_);
 }

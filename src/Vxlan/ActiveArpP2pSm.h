@@ -120,6 +120,7 @@ class ActiveArpP2pSm : public Vok::StateMachine {
     bool l2InstalledAnyVlan(Vxlan::VlanIpPair const& key) const;
     // An entry of the output's localIpMac with a real MAC that L2 learning still accepts.
     bool inUse(Vxlan::VlanIpPair const& key) const;
+    void handleLocalIpMacOf(Vxlan::VlanIpPair const& key, Lanx::EthAddr const* inMac);
     void deleteLocalIpMac(Vxlan::VlanIpPair const& key);
     void deleteLocalIp(Vxlan::VlanIpPair const& key);
     // The step shared by both forms of handleLocalArp: the localIpMac entry of a key that is
