@@ -25,6 +25,7 @@
 #include "Vxlan/ActiveArpP2pSm.h"
 #include "Vxlan/SmContainer.h"
 #include "runtime/Clock.h"
+#include "vxlan/ActiveArpTestSupport.h"
 
 namespace {
 
@@ -46,28 +47,16 @@ Lanx::EthAddr macOf(int i) {
 }
 
 // One copy's inputs with `count` local IP/MAC entries and a capable destination.
-struct Copy {
+struct Copy : ActiveArpTest::Copy {
   Vok::ManualLoop loop{1000.0};
   MlagVxlan::SmContainer::Ptr container = MlagVxlan::smContainerFactory("bench");  // makes the ring handle
-  Brix::Ptr<Vxlan::VtiStatusDir> vtiDir = Brix::newNode<Vxlan::VtiStatusDir>();
-  Brix::Ptr<Routing::L2Vpn::Config> l2Vpn = Brix::newNode<Routing::L2Vpn::Config>();
-  Brix::Ptr<Vxlan::ActiveArpIpTable> config = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  Brix::Ptr<Vxlan::ActiveArpIpTable> in = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  Brix::Ptr<Vxlan::ActiveArpIpTable> out = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  Brix::Ptr<Vxlan::ActiveArpIpTable> dest = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  Brix::Ptr<Vxlan::ActiveArpIpTable> rx = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  Brix::Ptr<Mlag::VxlanStatus> destVx = Brix::newNode<Mlag::VxlanStatus>();
 
   explicit Copy(int count) {
-    vtiDir->vtiStatusIs(Lanx::IntfId("Vxlan1"));
     l2Vpn->l2LearningSwitch1Is(true);
     for (int v = 1; v <= vlanCount; ++v) config->validSviIs(Bridging::VlanIdOrNone(v), true);
     dest->l2LearningCapableIs(true);
     destVx->loopDetectionCapableIs(true);
     for (int i = 0; i < count; ++i) in->localIpMacIs(keyOf(i), macOf(i));
-  }
-  MlagVxlan::ActiveArpP2pSm::Ptr make() const {
-    return MlagVxlan::activeArpP2pSmFactory(vtiDir, l2Vpn, config, in, out, dest, rx, destVx, "toP2p");
   }
 };
 

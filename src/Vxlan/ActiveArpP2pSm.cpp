@@ -14,14 +14,7 @@ constexpr Lanx::EthAddr zeroMac;
 constexpr Bridging::VlanIdOrNone noVlan;
 }  // namespace
 
-ActiveArpP2pSm::ActiveArpP2pSm(Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
-                               Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,
-                               Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig,
-                               Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn,
-                               Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut,
-                               Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,
-                               Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState,
-                               Brix::Ptr<Mlag::VxlanStatus const> destVxStatus, Brix::String name)
+ActiveArpP2pSm::ActiveArpP2pSm(MLAGVXLAN_ACTIVE_ARP_ARGS)
     : vtiStatusDir_(this, std::move(vtiStatusDir), &vtiStatusDirDispatch),
       l2VpnConfig_(std::move(l2VpnConfig)),
       activeArpConfig_(std::move(activeArpConfig)),
@@ -38,31 +31,13 @@ ActiveArpP2pSm::ActiveArpP2pSm(Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir
   }
 }
 
-void ActiveArpP2pSm::ActiveArpP2pSmIs(Ptr& out, Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
-                                      Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,
-                                      Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig,
-                                      Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn,
-                                      Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut,
-                                      Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,
-                                      Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState,
-                                      Brix::Ptr<Mlag::VxlanStatus const> destVxStatus, Brix::String name) {
-  Vok::smIs(out, std::move(vtiStatusDir), std::move(l2VpnConfig), std::move(activeArpConfig), std::move(activeArpIn),
-            std::move(activeArpOut), std::move(destState), std::move(rxDestState), std::move(destVxStatus),
-            std::move(name));
+void ActiveArpP2pSm::ActiveArpP2pSmIs(Ptr& out, MLAGVXLAN_ACTIVE_ARP_ARGS) {
+  Vok::smIs(out, MLAGVXLAN_ACTIVE_ARP_PASS);
 }
 
-ActiveArpP2pSm::Ptr activeArpP2pSmFactory(Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
-                                          Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,
-                                          Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig,
-                                          Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn,
-                                          Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut,
-                                          Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,
-                                          Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState,
-                                          Brix::Ptr<Mlag::VxlanStatus const> destVxStatus, Brix::String name) {
+ActiveArpP2pSm::Ptr activeArpP2pSmFactory(MLAGVXLAN_ACTIVE_ARP_ARGS) {
   ActiveArpP2pSm::Ptr out;
-  ActiveArpP2pSm::ActiveArpP2pSmIs(out, std::move(vtiStatusDir), std::move(l2VpnConfig), std::move(activeArpConfig),
-                                   std::move(activeArpIn), std::move(activeArpOut), std::move(destState),
-                                   std::move(rxDestState), std::move(destVxStatus), std::move(name));
+  ActiveArpP2pSm::ActiveArpP2pSmIs(out, MLAGVXLAN_ACTIVE_ARP_PASS);
   return out;
 }
 

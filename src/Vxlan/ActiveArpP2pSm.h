@@ -9,6 +9,7 @@
 #pragma once
 
 #include <tuple>
+#include <utility>
 
 #include "entities/Mlag/VxlanStatus.h"
 #include "entities/Routing/L2VpnConfig.h"
@@ -19,6 +20,18 @@
 #include "types/Bridging.h"
 #include "types/Lanx.h"
 #include "types/Vxlan.h"
+
+// The constructor's arguments in declared order, written once for the constructor, the factory
+// and the container's two mutators; and the same arguments passed on.
+#define MLAGVXLAN_ACTIVE_ARP_ARGS                                                                                     \
+  Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir, Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,             \
+      Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig, Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn, \
+      Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut, Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,            \
+      Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState, Brix::Ptr<Mlag::VxlanStatus const> destVxStatus,          \
+      Brix::String name
+#define MLAGVXLAN_ACTIVE_ARP_PASS                                                                      \
+  std::move(vtiStatusDir), std::move(l2VpnConfig), std::move(activeArpConfig), std::move(activeArpIn), \
+      std::move(activeArpOut), std::move(destState), std::move(rxDestState), std::move(destVxStatus), std::move(name)
 
 namespace MlagVxlan {
 
@@ -138,20 +151,8 @@ class ActiveArpP2pSm : public Vok::StateMachine {
     bool initialized_ = false;
   };
 
-  ActiveArpP2pSm(Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir, Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,
-                 Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig,
-                 Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn, Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut,
-                 Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,
-                 Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState, Brix::Ptr<Mlag::VxlanStatus const> destVxStatus,
-                 Brix::String name);
-  static void ActiveArpP2pSmIs(Ptr& out, Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
-                               Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,
-                               Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig,
-                               Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn,
-                               Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut,
-                               Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,
-                               Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState,
-                               Brix::Ptr<Mlag::VxlanStatus const> destVxStatus, Brix::String name);
+  explicit ActiveArpP2pSm(MLAGVXLAN_ACTIVE_ARP_ARGS);
+  static void ActiveArpP2pSmIs(Ptr& out, MLAGVXLAN_ACTIVE_ARP_ARGS);
 
   char const* typeData() const override { return "MlagVxlan::ActiveArpP2pSm"; }
 
@@ -193,13 +194,6 @@ class ActiveArpP2pSm : public Vok::StateMachine {
   Vok::InputCollection<Lanx::IntfId, NestedSm_VtiStatus> vtiStatus_{this, "MlagVxlan::ActiveArpP2pSm", "vtiStatus"};
 };
 
-ActiveArpP2pSm::Ptr activeArpP2pSmFactory(Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
-                                          Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,
-                                          Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig,
-                                          Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn,
-                                          Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut,
-                                          Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,
-                                          Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState,
-                                          Brix::Ptr<Mlag::VxlanStatus const> destVxStatus, Brix::String name);
+ActiveArpP2pSm::Ptr activeArpP2pSmFactory(MLAGVXLAN_ACTIVE_ARP_ARGS);
 
 }  // namespace MlagVxlan

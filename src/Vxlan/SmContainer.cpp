@@ -96,23 +96,17 @@ SecondarySm::Ptr SmContainer::secondarySmIs(
 
 SecondarySm::Ptr SmContainer::secondarySmDel() { return secondarySm_.del(); }
 
-// The two directions are one class with other arguments.
-#define ACTIVE_ARP_CHILD_MUTATORS(child)                                                                              \
-  ActiveArpP2pSm::Ptr SmContainer::child##Is(                                                                         \
-      Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir, Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,         \
-      Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig, Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn, \
-      Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut, Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,            \
-      Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState, Brix::Ptr<Mlag::VxlanStatus const> destVxStatus,          \
-      Brix::String name) {                                                                                            \
-    return child##_.is(std::move(vtiStatusDir), std::move(l2VpnConfig), std::move(activeArpConfig),                   \
-                       std::move(activeArpIn), std::move(activeArpOut), std::move(destState), std::move(rxDestState), \
-                       std::move(destVxStatus), std::move(name));                                                     \
-  }                                                                                                                   \
-  ActiveArpP2pSm::Ptr SmContainer::child##Del() { return child##_.del(); }
+ActiveArpP2pSm::Ptr SmContainer::activeArpP2pToCorestateSmIs(MLAGVXLAN_ACTIVE_ARP_ARGS) {
+  return activeArpP2pToCorestateSm_.is(MLAGVXLAN_ACTIVE_ARP_PASS);
+}
 
-ACTIVE_ARP_CHILD_MUTATORS(activeArpP2pToCorestateSm)
-ACTIVE_ARP_CHILD_MUTATORS(activeArpCorestateToP2pSm)
-#undef ACTIVE_ARP_CHILD_MUTATORS
+ActiveArpP2pSm::Ptr SmContainer::activeArpP2pToCorestateSmDel() { return activeArpP2pToCorestateSm_.del(); }
+
+ActiveArpP2pSm::Ptr SmContainer::activeArpCorestateToP2pSmIs(MLAGVXLAN_ACTIVE_ARP_ARGS) {
+  return activeArpCorestateToP2pSm_.is(MLAGVXLAN_ACTIVE_ARP_PASS);
+}
+
+ActiveArpP2pSm::Ptr SmContainer::activeArpCorestateToP2pSmDel() { return activeArpCorestateToP2pSm_.del(); }
 
 SourceDirEntryP2pSm::Ptr SmContainer::vcsSdeCorestateToP2pSmIs(Brix::Ptr<L2Rib::SourceDirEntry const> sdeInput,
                                                                Brix::Ptr<L2Rib::SourceDirEntry> sdeOutput,

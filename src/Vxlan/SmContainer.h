@@ -80,25 +80,11 @@ class SmContainer : public Vok::Entity, public Vok::Impl::MemberOwner {
   SecondarySm::Ptr secondarySmDel();
 
   ActiveArpP2pSm::Ptr const& activeArpP2pToCorestateSm() const noexcept { return activeArpP2pToCorestateSm_.ptr(); }
-  ActiveArpP2pSm::Ptr activeArpP2pToCorestateSmIs(Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
-                                                  Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,
-                                                  Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig,
-                                                  Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn,
-                                                  Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut,
-                                                  Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,
-                                                  Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState,
-                                                  Brix::Ptr<Mlag::VxlanStatus const> destVxStatus, Brix::String name);
+  ActiveArpP2pSm::Ptr activeArpP2pToCorestateSmIs(MLAGVXLAN_ACTIVE_ARP_ARGS);
   ActiveArpP2pSm::Ptr activeArpP2pToCorestateSmDel();
 
   ActiveArpP2pSm::Ptr const& activeArpCorestateToP2pSm() const noexcept { return activeArpCorestateToP2pSm_.ptr(); }
-  ActiveArpP2pSm::Ptr activeArpCorestateToP2pSmIs(Brix::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir,
-                                                  Brix::Ptr<Routing::L2Vpn::Config const> l2VpnConfig,
-                                                  Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpConfig,
-                                                  Brix::Ptr<Vxlan::ActiveArpIpTable const> activeArpIn,
-                                                  Brix::Ptr<Vxlan::ActiveArpIpTable> activeArpOut,
-                                                  Brix::Ptr<Vxlan::ActiveArpIpTable const> destState,
-                                                  Brix::Ptr<Vxlan::ActiveArpIpTable const> rxDestState,
-                                                  Brix::Ptr<Mlag::VxlanStatus const> destVxStatus, Brix::String name);
+  ActiveArpP2pSm::Ptr activeArpCorestateToP2pSmIs(MLAGVXLAN_ACTIVE_ARP_ARGS);
   ActiveArpP2pSm::Ptr activeArpCorestateToP2pSmDel();
 
   SourceDirEntryP2pSm::Ptr const& vcsSdeCorestateToP2pSm() const noexcept { return vcsSdeCorestateToP2pSm_.ptr(); }
