@@ -182,8 +182,9 @@ bool NestedSm_VtiStatus::l2InstalledAnyVlan(Vxlan::VlanIpPair const& key) const 
 }
 
 bool NestedSm_VtiStatus::inUse(Vxlan::VlanIpPair const& key) const {
-  if (!l2Installed(key) || !activeArpOut_->localIpMacHas(key)) return false;
-  return activeArpOut_->localIpMac(key) != zeroMac;
+  if (!l2Installed(key)) return false;
+  Lanx::EthAddr const* const mac = activeArpOut_->localIpMacFind(key);
+  return mac && *mac != zeroMac;
 }
 
 // ---- remote and local ARP ----
