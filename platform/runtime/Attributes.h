@@ -72,6 +72,11 @@ class Values {
     auto const* n = map_.lookupNodeG(k);
     return n ? n->value : V{};
   }
+  // The value under `k`, or null: presence and value from one lookup.
+  V const* find(K const& k) const noexcept {
+    auto const* n = map_.lookupNodeG(k);
+    return n ? &n->value : nullptr;
+  }
   bool has(K const& k) const noexcept { return map_.contains(k); }
   void set(Entity const& e, Brix::FieldId f, K const& k, V const& v) {
     auto [n, fresh] = map_.findOrInsert(k, v);
@@ -279,6 +284,7 @@ std::vector<typename A::KeyType> keysOf(A const& attr) {
                                                                                    \
  public:                                                                           \
   V name(K const& k) const { return name##_.get(k); }                              \
+  V const* name##Find(K const& k) const { return name##_.find(k); }                \
   void name##Is(K const& k, V const& v) { name##_.set(*this, name##Field, k, v); } \
   V name##Del(K const& k) { return name##_.del(*this, name##Field, k); }           \
   VOK_ATTR_COLL_COMMON_(name, K)

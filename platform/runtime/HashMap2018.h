@@ -64,6 +64,7 @@ class HashMap2018 {
   bool empty() const noexcept { return live_ == 0; }
 
   Node* lookupNodeG(K const& key) noexcept {
+    if (live_ == 0) return nullptr;  // no hash for an empty map
     std::uint32_t s = find(key, hashOf(key));
     return s == kEmpty ? nullptr : &slot(s);
   }

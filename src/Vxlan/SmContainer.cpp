@@ -50,6 +50,8 @@ void SmContainer::lastUserGone() {
   (void)remoteHostTableSmDel();
   (void)primarySmDel();
   (void)secondarySmDel();
+  (void)activeArpP2pToCorestateSmDel();
+  (void)activeArpCorestateToP2pSmDel();
   (void)vcsSdeCorestateToP2pSmDel();
   (void)vcsSdeCorestateToBumStatusP2pSmDel();
   (void)floodListInputSelectorSmDel();
@@ -93,6 +95,18 @@ SecondarySm::Ptr SmContainer::secondarySmIs(
 }
 
 SecondarySm::Ptr SmContainer::secondarySmDel() { return secondarySm_.del(); }
+
+ActiveArpP2pSm::Ptr SmContainer::activeArpP2pToCorestateSmIs(MLAGVXLAN_ACTIVE_ARP_ARGS) {
+  return activeArpP2pToCorestateSm_.is(MLAGVXLAN_ACTIVE_ARP_PASS);
+}
+
+ActiveArpP2pSm::Ptr SmContainer::activeArpP2pToCorestateSmDel() { return activeArpP2pToCorestateSm_.del(); }
+
+ActiveArpP2pSm::Ptr SmContainer::activeArpCorestateToP2pSmIs(MLAGVXLAN_ACTIVE_ARP_ARGS) {
+  return activeArpCorestateToP2pSm_.is(MLAGVXLAN_ACTIVE_ARP_PASS);
+}
+
+ActiveArpP2pSm::Ptr SmContainer::activeArpCorestateToP2pSmDel() { return activeArpCorestateToP2pSm_.del(); }
 
 SourceDirEntryP2pSm::Ptr SmContainer::vcsSdeCorestateToP2pSmIs(Brix::Ptr<L2Rib::SourceDirEntry const> sdeInput,
                                                                Brix::Ptr<L2Rib::SourceDirEntry> sdeOutput,

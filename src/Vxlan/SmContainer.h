@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "Vxlan/ActiveArpP2pSm.h"
 #include "Vxlan/FloodListInputSelectorSm.h"
 #include "Vxlan/PrimarySm.h"
 #include "Vxlan/RemoteHostTableSm.h"
@@ -78,6 +79,14 @@ class SmContainer : public Vok::Entity, public Vok::Impl::MemberOwner {
                                  Brix::Ptr<Mlag::Status const> mlagStatus);
   SecondarySm::Ptr secondarySmDel();
 
+  ActiveArpP2pSm::Ptr const& activeArpP2pToCorestateSm() const noexcept { return activeArpP2pToCorestateSm_.ptr(); }
+  ActiveArpP2pSm::Ptr activeArpP2pToCorestateSmIs(MLAGVXLAN_ACTIVE_ARP_ARGS);
+  ActiveArpP2pSm::Ptr activeArpP2pToCorestateSmDel();
+
+  ActiveArpP2pSm::Ptr const& activeArpCorestateToP2pSm() const noexcept { return activeArpCorestateToP2pSm_.ptr(); }
+  ActiveArpP2pSm::Ptr activeArpCorestateToP2pSmIs(MLAGVXLAN_ACTIVE_ARP_ARGS);
+  ActiveArpP2pSm::Ptr activeArpCorestateToP2pSmDel();
+
   SourceDirEntryP2pSm::Ptr const& vcsSdeCorestateToP2pSm() const noexcept { return vcsSdeCorestateToP2pSm_.ptr(); }
   SourceDirEntryP2pSm::Ptr vcsSdeCorestateToP2pSmIs(Brix::Ptr<L2Rib::SourceDirEntry const> sdeInput,
                                                     Brix::Ptr<L2Rib::SourceDirEntry> sdeOutput, Brix::String name);
@@ -115,6 +124,8 @@ class SmContainer : public Vok::Entity, public Vok::Impl::MemberOwner {
   Vok::Child<RemoteHostTableSm> remoteHostTableSm_{this, this, remoteHostTableSmField};
   Vok::Child<PrimarySm> primarySm_{this, this, primarySmField};
   Vok::Child<SecondarySm> secondarySm_{this, this, secondarySmField};
+  Vok::Child<ActiveArpP2pSm> activeArpP2pToCorestateSm_{this, this, activeArpP2pToCorestateSmField};
+  Vok::Child<ActiveArpP2pSm> activeArpCorestateToP2pSm_{this, this, activeArpCorestateToP2pSmField};
   Vok::Child<SourceDirEntryP2pSm> vcsSdeCorestateToP2pSm_{this, this, vcsSdeCorestateToP2pSmField};
   Vok::Child<SdeToBumStatusSm> vcsSdeCorestateToBumStatusP2pSm_{this, this, vcsSdeCorestateToBumStatusP2pSmField};
   Vok::Child<FloodListInputSelectorSm> floodListInputSelectorSm_{this, this, floodListInputSelectorSmField};

@@ -1,6 +1,7 @@
 // The header a hosting agent includes: the container, its children and their factories.
 #pragma once
 
+#include "Vxlan/ActiveArpP2pSm.h"
 #include "Vxlan/BfdPeerStatusSm.h"
 #include "Vxlan/BumStatusToSdeSm.h"
 #include "Vxlan/FloodListInputSelectorSm.h"
