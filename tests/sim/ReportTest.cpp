@@ -148,8 +148,9 @@ steps:
 
   auto json = nlohmann::json::parse(Sim::stateJson(p));
   EXPECT_EQ(json["B"]["localVxStatus"]["vtepTypeAddr"]["localVtep"], "10.0.0.1");
-  EXPECT_EQ(json["A"]["container"], nlohmann::json::array({"remoteHostTableSm", "primarySm", "vcsSdeCorestateToP2pSm",
-                                                           "vcsSdeCorestateToBumStatusP2pSm",
+  EXPECT_EQ(json["A"]["container"], nlohmann::json::array({"remoteHostTableSm", "primarySm",
+                                                           "activeArpP2pToCorestateSm", "activeArpCorestateToP2pSm",
+                                                           "vcsSdeCorestateToP2pSm", "vcsSdeCorestateToBumStatusP2pSm",
                                                            "floodListInputSelectorSm", "scheduledMlagPeerArpSyncSm"}));
   EXPECT_EQ(json["A"]["vtiStatusDir"]["vtiStatus"]["Vxlan1"]["localVtepAddr"], "10.0.0.1");
   EXPECT_EQ(json["B"]["sentVxStatus"]["sharedDynVlan"].size(), 4094u);

@@ -125,6 +125,7 @@ TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
        "at most 129 bytes"},
       {set + "activeArpConfig.localIpMac[10.0.0.5/10]: 00:00:5e\n", 4, "not a MAC address"},
       {set + "activeArpConfig.remoteIp[10.0.0.500/10]: true\n", 4, "not an IP address"},
+      {set + "activeArpConfig.validSvi7[10]: true\n", 4, "has no attribute 'validSvi7'"},
       {"steps:\n  - toggles: {BreakBridgingConfigVlanConfigVxlan: maybe}\n", 2, "is not true or false"},
       {"steps:\n  - toggles: {Other: true}\n", 2, "unknown key 'Other' in toggles"},
       {"steps:\n  - A:\n      delete: [sentVxStatus.scheduledMlagPeerArpSync]\n", 3, "set it instead"},

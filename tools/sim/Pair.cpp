@@ -12,6 +12,7 @@ Pair::Pair() {
     Link& link = linkFrom(*from);
     mirror(from->sentVxStatus, to.recvVxStatus, link);
     mirror(from->sentP2pHostTable, to.recvP2pHostTable, link);
+    mirror(from->sentActiveArp, to.recvActiveArp, link);
     mirror(from->sentSde, to.recvSde, link);
     mirror(from->sentBumStatus, to.recvBumStatus, link);
   }

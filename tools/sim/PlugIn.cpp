@@ -29,6 +29,15 @@ void plugInRun(MlagVxlan::SmContainer& c, SwitchEntities const& s) {
                                       s.vtiStatusDir);
       sm->recvP2pHostTableIs(s.recvP2pHostTable);
     }
+    // Active ARP both ways. Towards the peer the far end is the peer: its capability and what it
+    // holds are what it sends. Towards this switch's store the far end is this switch: its own
+    // table says both.
+    c.activeArpCorestateToP2pSmIs(s.vtiStatusDir, s.l2VpnConfig, s.activeArpConfig, s.corestateActiveArp,
+                                  s.sentActiveArp, s.recvActiveArp, s.recvActiveArp, s.recvVxStatus,
+                                  Brix::String("corestateToP2p"));
+    c.activeArpP2pToCorestateSmIs(s.vtiStatusDir, s.l2VpnConfig, s.activeArpConfig, s.recvActiveArp, s.peerActiveArp,
+                                  s.corestateActiveArp, s.corestateActiveArp, s.sentVxStatus,
+                                  Brix::String("p2pToCorestate"));
     // This switch's flood lists go to the peer in both forms; of what the peer sends, the form
     // the peer declares (its sdeFloodListCapable) fills this switch's sdeOutput.
     c.vcsSdeCorestateToP2pSmIs(s.sdeInput, s.sentSde, Brix::String("vcsSdeCorestateToP2p"));
@@ -38,6 +47,8 @@ void plugInRun(MlagVxlan::SmContainer& c, SwitchEntities const& s) {
     c.scheduledMlagPeerArpSyncSmIs(s.sentVxStatus, s.recvVxStatus, s.localVxStatus);
   } else {
     (void)c.remoteHostTableSmDel();
+    (void)c.activeArpP2pToCorestateSmDel();
+    (void)c.activeArpCorestateToP2pSmDel();
     (void)c.vcsSdeCorestateToP2pSmDel();
     (void)c.vcsSdeCorestateToBumStatusP2pSmDel();
     (void)c.floodListInputSelectorSmDel();
@@ -68,6 +79,8 @@ std::vector<std::pair<std::string_view, std::string_view>> containerChildren(Mla
   add("remoteHostTableSm", c.remoteHostTableSm());
   add("primarySm", c.primarySm());
   add("secondarySm", c.secondarySm());
+  add("activeArpP2pToCorestateSm", c.activeArpP2pToCorestateSm());
+  add("activeArpCorestateToP2pSm", c.activeArpCorestateToP2pSm());
   add("vcsSdeCorestateToP2pSm", c.vcsSdeCorestateToP2pSm());
   add("vcsSdeCorestateToBumStatusP2pSm", c.vcsSdeCorestateToBumStatusP2pSm());
   add("floodListInputSelectorSm", c.floodListInputSelectorSm());

@@ -54,12 +54,15 @@ struct SwitchEntities {
   P<Mlag::HostTable> mlagHostTable = Brix::newNode<Mlag::HostTable>();
   P<MlagP2p::HostTable> sentP2pHostTable = Brix::newNode<MlagP2p::HostTable>();
   P<MlagP2p::HostTable> recvP2pHostTable = Brix::newNode<MlagP2p::HostTable>();
-  // Active ARP: the configuration, this switch's table in the central store, and the tables
-  // sent to and received from the peer.
+  // Active ARP: the configuration, this switch's own table in the central store, the tables
+  // sent to and received from the peer, and the peer's table as this switch takes it into its
+  // store. The peer's entries go to a table of their own, so that nothing of the peer's comes
+  // back to it as this switch's.
   P<Vxlan::ActiveArpIpTable> activeArpConfig = Brix::newNode<Vxlan::ActiveArpIpTable>();
   P<Vxlan::ActiveArpIpTable> corestateActiveArp = Brix::newNode<Vxlan::ActiveArpIpTable>();
   P<Vxlan::ActiveArpIpTable> sentActiveArp = Brix::newNode<Vxlan::ActiveArpIpTable>();
   P<Vxlan::ActiveArpIpTable> recvActiveArp = Brix::newNode<Vxlan::ActiveArpIpTable>();
+  P<Vxlan::ActiveArpIpTable> peerActiveArp = Brix::newNode<Vxlan::ActiveArpIpTable>();
   // Flood lists: this switch's own in the central store, sent to the peer in both forms, and
   // the peer's as this switch takes them in from the form its selector picks.
   P<L2Rib::SourceDirEntry> sdeInput = Brix::newNode<L2Rib::SourceDirEntry>();
@@ -92,9 +95,10 @@ struct SwitchEntities {
     f(std::string_view("sentP2pHostTable"), sentP2pHostTable, true);
     f(std::string_view("recvP2pHostTable"), recvP2pHostTable, true);
     f(std::string_view("activeArpConfig"), activeArpConfig, false);
-    f(std::string_view("corestateActiveArp"), corestateActiveArp, true);
+    f(std::string_view("corestateActiveArp"), corestateActiveArp, false);
     f(std::string_view("sentActiveArp"), sentActiveArp, true);
     f(std::string_view("recvActiveArp"), recvActiveArp, true);
+    f(std::string_view("peerActiveArp"), peerActiveArp, true);
     f(std::string_view("sdeInput"), sdeInput, false);
     f(std::string_view("sentSde"), sentSde, true);
     f(std::string_view("recvSde"), recvSde, true);
