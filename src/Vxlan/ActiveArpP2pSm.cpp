@@ -219,22 +219,34 @@ void NestedSm_VtiStatus::handleRemoteArp() {
   VXLAN_TRACE(5, "ActiveArpP2pSm::VokVtiStatus({intf})::handleRemoteArp() return", intf_);
 }
 
+namespace {
+struct InLocalArp {
+  static constexpr char const* fn = "handleLocalArp";
+};
+struct InLocalIpMac {
+  static constexpr char const* fn = "handleLocalIpMac";
+};
+}  // namespace
+
+template <class Handler>
 void NestedSm_VtiStatus::deleteLocalIpMac(Vxlan::VlanIpPair const& key) {
-  VXLAN_TRACE(6, " Deleting from localIpMac, key {key}", key);
+  VXLAN_TRACE_FN(Handler::fn, 6, " Deleting from localIpMac, key {key}", key);
   activeArpOut_->localIpMacDel(key);
 }
 
+template <class Handler>
 void NestedSm_VtiStatus::deleteLocalIp(Vxlan::VlanIpPair const& key) {
-  VXLAN_TRACE(6, " Deleting from localIp, key {key}", key);
+  VXLAN_TRACE_FN(Handler::fn, 6, " Deleting from localIp, key {key}", key);
   activeArpOut_->localIpDel(key);
 }
 
+template <class Handler>
 void NestedSm_VtiStatus::dropLocalIpMac(Vxlan::VlanIpPair const& key) {
   if (inUse(key)) {
-    VXLAN_TRACE(6, " Not changing entry in use in localIpMac, key {key}", key);
+    VXLAN_TRACE_FN(Handler::fn, 6, " Not changing entry in use in localIpMac, key {key}", key);
     return;
   }
-  deleteLocalIpMac(key);
+  deleteLocalIpMac<Handler>(key);
 }
 
 void NestedSm_VtiStatus::handleLocalArp(Vxlan::VlanIpPair const& key) {
@@ -247,12 +259,12 @@ void NestedSm_VtiStatus::handleLocalArp(Vxlan::VlanIpPair const& key) {
       VXLAN_TRACE(6, " Adding to localIpMac, key {key}", key);
       activeArpOut_->localIpMacIs(key, zeroMac);
     } else {
-      dropLocalIpMac(key);
+      dropLocalIpMac<InLocalArp>(key);
     }
   } else if (wanted) {
     activeArpOut_->localIpIs(key, true);
   } else {
-    deleteLocalIp(key);
+    deleteLocalIp<InLocalArp>(key);
   }
   VXLAN_TRACE(5, "ActiveArpP2pSm::VokVtiStatus({intf})::handleLocalArp({key}) return", intf_, key);
 }
@@ -264,9 +276,9 @@ void NestedSm_VtiStatus::handleLocalArp() {
     Vxlan::VlanIpPair const key = it.currNodeMaybeStale().key;
     if (in()->localIpHas(key) && selected(key)) continue;
     if (destIsL2Capable()) {
-      dropLocalIpMac(key);  // the localIp entry itself stays
+      dropLocalIpMac<InLocalArp>(key);  // the localIp entry itself stays
     } else {
-      deleteLocalIp(key);
+      deleteLocalIp<InLocalArp>(key);
     }
   }
   for (auto it = in()->localIpIter(); !it.done(); it.advance()) {
@@ -284,54 +296,58 @@ void NestedSm_VtiStatus::handleLocalIpMac(Vxlan::VlanIpPair const& key) {
 
 // `inMac` is the input's present entry for the key, null if it has none.
 void NestedSm_VtiStatus::handleLocalIpMacOf(Vxlan::VlanIpPair const& key, Lanx::EthAddr const* inMac) {
-  VXLAN_TRACE(5, "ActiveArpP2pSm::VokVtiStatus({intf})::handleLocalIpMac({key})", intf_, key);
+  VXLAN_TRACE_FN(InLocalIpMac::fn, 5, "ActiveArpP2pSm::VokVtiStatus({intf})::handleLocalIpMac({key})", intf_, key);
   if (destIsL2Capable()) {
-    VXLAN_TRACE(6, " Dest is l2-learning capable - update for both l2-learning and selective-install");
+    VXLAN_TRACE_FN(InLocalIpMac::fn, 6,
+                   " Dest is l2-learning capable - update for both l2-learning and selective-install");
     if (inMac && (l2Installed(key) || selected(key))) {
       Lanx::EthAddr const mac = *inMac;
       Lanx::EthAddr const* const rxMac = rxDestState_ ? rxDestState_->localIpMacFind(key) : nullptr;
       if (rxMac && *rxMac == mac) {
         // Both ends hold the same entry as local: a loop, if the far end can tell.
         if (destVxStatus_ && destVxStatus_->loopDetectionCapable()) {
-          VXLAN_TRACE(6, " Loop detection: writing broadcast MAC for {key} (was {mac})", key, mac);
+          VXLAN_TRACE_FN(InLocalIpMac::fn, 6, " Loop detection: writing broadcast MAC for {key} (was {mac})", key, mac);
           activeArpOut_->localIpMacIs(key, Lanx::EthAddr::broadcast());
         } else {
-          VXLAN_TRACE(6, " Not adding new key to localIpMac {key} mac {mac} as entry already in rx dest state", key,
-                      mac);
+          VXLAN_TRACE_FN(InLocalIpMac::fn, 6,
+                         " Not adding new key to localIpMac {key} mac {mac} as entry already in rx dest state", key,
+                         mac);
         }
       } else {
-        VXLAN_TRACE(6, " Adding new key to localIpMac {key} mac {mac}", key, mac);
+        VXLAN_TRACE_FN(InLocalIpMac::fn, 6, " Adding new key to localIpMac {key} mac {mac}", key, mac);
         activeArpOut_->localIpMacIs(key, mac);
       }
     } else {
       Lanx::EthAddr const outMac = activeArpOut_->localIpMac(key);
       if (inMac && l2InstalledAnyVlan(key)) {
-        VXLAN_TRACE(
-            6,
+        VXLAN_TRACE_FN(
+            InLocalIpMac::fn, 6,
             " Not deleting from localIpMac key {key} mac {outMac} as the input entry is still local without SVI "
             "check (L2->L3)",
             key, outMac);
       } else {
-        VXLAN_TRACE(6, " Del existing key from localIpMac {key} mac {outMac}", key, outMac);
+        VXLAN_TRACE_FN(InLocalIpMac::fn, 6, " Del existing key from localIpMac {key} mac {outMac}", key, outMac);
         activeArpOut_->localIpMacDel(key);
       }
     }
   } else {
-    VXLAN_TRACE(6, " Dest is not l2-learning capable, update for selective-install only");
+    VXLAN_TRACE_FN(InLocalIpMac::fn, 6, " Dest is not l2-learning capable, update for selective-install only");
     Lanx::EthAddr const mac = inMac ? *inMac : zeroMac;
     if (mac != zeroMac && selected(key)) {
       if (rxDestState_ && rxDestState_->localIpMacHas(key)) {
-        VXLAN_TRACE(6, " Not adding new key to localIp {key} mac 0.0.0 as entry already in rx dest state", key);
+        VXLAN_TRACE_FN(InLocalIpMac::fn, 6,
+                       " Not adding new key to localIp {key} mac 0.0.0 as entry already in rx dest state", key);
       } else {
-        VXLAN_TRACE(6, " Adding new key to localIp {key} mac 0.0.0", key);
+        VXLAN_TRACE_FN(InLocalIpMac::fn, 6, " Adding new key to localIp {key} mac 0.0.0", key);
         activeArpOut_->localIpIs(key, true);
       }
     } else {
-      VXLAN_TRACE(6, " Del existing`key from localIp {key} mac 0.0.0", key);
+      VXLAN_TRACE_FN(InLocalIpMac::fn, 6, " Del existing`key from localIp {key} mac 0.0.0", key);
       activeArpOut_->localIpDel(key);
     }
   }
-  VXLAN_TRACE(5, "ActiveArpP2pSm::VokVtiStatus({intf})::handleLocalIpMac({key}) return", intf_, key);
+  VXLAN_TRACE_FN(InLocalIpMac::fn, 5, "ActiveArpP2pSm::VokVtiStatus({intf})::handleLocalIpMac({key}) return", intf_,
+                 key);
 }
 
 void NestedSm_VtiStatus::handleLocalIpMac() {
@@ -343,7 +359,7 @@ void NestedSm_VtiStatus::handleLocalIpMac() {
     for (auto it = activeArpOut_->localIpMacIter(); !it.done(); it.advance()) {
       Vxlan::VlanIpPair const key = it.currNodeMaybeStale().key;
       if (in()->localIpMacHas(key) && (l2Installed(key) || selected(key))) continue;
-      deleteLocalIpMac(key);
+      deleteLocalIpMac<InLocalIpMac>(key);
     }
   } else {
     activeArpOut_->localIpMacDelAll();

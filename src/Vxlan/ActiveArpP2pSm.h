@@ -134,10 +134,15 @@ class ActiveArpP2pSm : public Vok::StateMachine {
     // An entry of the output's localIpMac with a real MAC that L2 learning still accepts.
     bool inUse(Vxlan::VlanIpPair const& key) const;
     void handleLocalIpMacOf(Vxlan::VlanIpPair const& key, Lanx::EthAddr const* inMac);
+    // Steps shared by several handlers; `Handler` names the one whose trace they write, so each
+    // handler's message is its own statement.
+    template <class Handler>
     void deleteLocalIpMac(Vxlan::VlanIpPair const& key);
+    template <class Handler>
     void deleteLocalIp(Vxlan::VlanIpPair const& key);
     // The step shared by both forms of handleLocalArp: the localIpMac entry of a key that is
     // not wanted, unless it is in use.
+    template <class Handler>
     void dropLocalIpMac(Vxlan::VlanIpPair const& key);
 
     Brix::String const intf_;  // the VTI's short name, as every message names it
