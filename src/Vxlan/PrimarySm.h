@@ -113,8 +113,8 @@ class PrimarySm : public Vok::StateMachine {
     void cleanup();
 
    protected:
+    // An entry replaced under its name is followed from then on; nothing runs at the rebind.
     void zombieCleanup() override { cleanup(); }
-    void onNotifierBound() override { handleVtepBfdStatus(); }
 
    private:
     // Writes `status` to this entry's kind of collection under `ip`, or deletes the key there

@@ -201,6 +201,20 @@ TEST_F(PrimaryBfdTest, AfterTheFirstRunsEachCollectionHoldsWhatItsKindOfEntriesR
   EXPECT_EQ(rows(*sent, true), rows(*mlag));
   EXPECT_THAT(trace.texts(), ElementsAre("PrimarySm::VokVtepStatus(Other-mlag)::cleanup()", " Clear BFD Peer Status",
                                          "PrimarySm::VokVtepStatus(Other-mlag)::cleanup() return"));
+  // An entry replaced under its name: its reactor follows the new entity and runs nothing at
+  // the rebind; the new entity's changes are heard.
+  trace.clear();
+  auto replacement = Brix::newNode<VxlanController::VtepStatusV2>(Brix::String("Vxlan1-mlag"));
+  replacement->bfdPeerStatusIs(row("r", 6));
+  vtepDir->vtepStatusV2Is(Brix::String("Vxlan1-mlag"), replacement);
+  EXPECT_THAT(trace.texts(), IsEmpty());
+  EXPECT_EQ(rows(*sent, true), rows(*mlag));
+  replacement->bfdPeerStatusIs(row("s", 7));
+  EXPECT_TRUE(sent->mlagBfdPeerStatusHas(ip(7)));
+  EXPECT_FALSE(sent->mlagBfdPeerStatusHas(ip(6)));
+  mlag->bfdPeerStatusIs(row("t", 8));
+  EXPECT_FALSE(sent->mlagBfdPeerStatusHas(ip(8))) << "the entity replaced is heard no more";
+
   // The role's end clears both through the role cleanup, then each reactor clears its kind.
   sm = nullptr;
   EXPECT_LT(trace.indexOf("PrimarySm::doCleanup() return"),
