@@ -186,6 +186,7 @@ void BfdEndToEnd(benchmark::State& state) {
   auto mlagStatus = Brix::newNode<Mlag::Status>();
   mlagStatus->mlagStateIs(Mlag::MlagState::primary);
   std::vector<Brix::Ptr<Bfd::PeerStatus>> entries;
+  entries.reserve(std::size_t(peers));
   for (int i = 0; i < peers; ++i) entries.push_back(bfd->peerStatusIs(peerOf(i)));
   auto primary = MlagVxlan::primarySmFactory(sent, recv, local, nullptr, nullptr, nullptr, bfd, mlagStatus);
   auto peerStatus = Brix::newNode<Mlag::Status>();
@@ -210,6 +211,8 @@ void BfdMandatedWork(benchmark::State& state) {
   absl::flat_hash_map<Mlag::VtiVtep, Bfd::OperState> published, applied;
   std::vector<Bfd::Peer> order;
   std::vector<Bfd::OperState*> held;  // the input's entries, held as the BFD agent holds its own
+  order.reserve(std::size_t(peers));
+  held.reserve(std::size_t(peers));
   for (int i = 0; i < peers; ++i) {
     order.push_back(peerOf(i));
     input[order.back()] = Bfd::OperState::down;

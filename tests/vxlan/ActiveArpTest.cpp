@@ -21,7 +21,6 @@ namespace {
 using namespace ActiveArpTest;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::Not;
 
 MLAGVXLAN_TEST_RINGLOGDIR();
 
