@@ -154,12 +154,11 @@ bool readValue(YAML::Node const& n, Bfd::Peer& out, std::string& error) {
       !part(p[0], ip, error) || !part(p[1], intf, error) || !part(p[2], type, error)) {
     return false;
   }
-  Brix::String vrf;
   std::uint64_t sessionId = 0;
   Lanx::IpGenAddr srcIp;
-  if (p.size() == 6 && (!part(p[4], sessionId, error) || !part(p[5], srcIp, error))) return false;
-  if (p.size() == 6) vrf = Brix::String(p[3]);
-  out = Bfd::Peer(vrf, intf, sessionId, type, ip, srcIp);
+  bool const full = p.size() == 6;
+  if (full && (!part(p[4], sessionId, error) || !part(p[5], srcIp, error))) return false;
+  out = Bfd::Peer(full ? Brix::String(p[3]) : Brix::String(), intf, sessionId, type, ip, srcIp);
   return true;
 }
 
