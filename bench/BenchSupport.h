@@ -1,9 +1,11 @@
-// What the benchmark programs share: a private directory for ring files, and an allocator that
-// counts what a standard container asks for, for the memory-per-entry figures of the baselines.
+// What the benchmark programs share: a private directory for ring files, an allocator that
+// counts what a standard container asks for, for the memory-per-entry figures of the baselines,
+// and the count of heap allocations (CountingNew.cpp), for allocations per change.
 #pragma once
 
 #include <stdlib.h>
 
+#include <atomic>
 #include <cstddef>
 #include <filesystem>
 #include <memory>
@@ -29,6 +31,9 @@ struct TempDir {
   TempDir& operator=(TempDir const&) = delete;
   std::string path;
 };
+
+// Heap allocations made by the program so far: every operator new counts one.
+inline std::atomic<std::size_t> allocationCount{0};
 
 // Bytes requested through CountingAllocator and not yet returned (malloc's own headers unseen).
 inline std::size_t countedBytes = 0;

@@ -8,8 +8,8 @@
 //
 // Baselines in the same binary:
 //   BareCopy: the map copied between two std::unordered_maps, as a lower bound.
-//   MandatedWork: exactly the writes the exchange must make for the same input (publisher's
-//   shadow and two published maps, the peer's two received maps, the applier's output) in
+//   MandatedWork (and MandatedWorkOneChange for one change): exactly the writes the exchange must make for the same
+//   input (publisher's shadow and two published maps, the peer's two received maps, the applier's output) in
 //   absl::flat_hash_map, plus the same number of fixed-size trace records appended to a plain
 //   buffer. Exchange / MandatedWork is the overhead of the runtime, the entities and the
 //   dispatch.
@@ -27,6 +27,7 @@
 #include "Link.h"
 #include "Mirror.h"
 #include "Vxlan/SmContainer.h"
+#include "Vxlan/Trace.h"
 #include "Vxlan/VlanToVniMapSm.h"
 #include "entities/Mlag/Status.h"
 #include "entities/Mlag/VxlanStatus.h"
@@ -40,6 +41,9 @@ constexpr std::uint32_t vniBase = 10000;
 // Ring records one mapping costs across the pair: the publisher's entry, decision, sync and
 // return, and the applier's entry, add and return for each of the two received collections.
 constexpr int recordsPerMapping = 10;
+// Ring records one VNI change of a mapping costs (OneMappingChangeEndToEnd counts them): the old
+// VNI withdrawn and the new one published and applied.
+constexpr int recordsPerChange = 21;
 
 // The library's ring file goes to a private directory, removed at exit.
 BenchSupport::TempDir benchDir(true);
@@ -106,14 +110,22 @@ void OneMappingChangeEndToEnd(benchmark::State& state) {
   pair.start();
   std::uint32_t flip = 0;
   Bridging::ExtendedVlanId vlan(100);
+  RingLog::TraceFile* ring = MlagVxlan::vxlanRlHandle()->file();
+  std::uint64_t const recordsBefore = ring ? ring->written() : 0;
+  std::size_t const allocationsBefore = BenchSupport::allocationCount.load();
   for (auto _ : state) {
     flip ^= 1;
     pair.vti->extendedVlanToVniMapIs(vlan, mapping(flip ? 900000 : vniBase + 100));
     pair.settle();
   }
+  auto allocations = static_cast<double>(BenchSupport::allocationCount.load() - allocationsBefore);
   Vxlan::VniVtiPair key(Vxlan::VniExtOrNone(flip ? 900000 : vniBase + 100), Vxlan1);
   if (pair.localB->vniVtiToDynVlanMap(key) != vlan) state.SkipWithError("change did not arrive");
   state.SetItemsProcessed(state.iterations());
+  state.counters["allocs_per_change"] = allocations / static_cast<double>(state.iterations());
+  if (ring)
+    state.counters["records_per_change"] =
+        static_cast<double>(ring->written() - recordsBefore) / static_cast<double>(state.iterations());
 }
 BENCHMARK(OneMappingChangeEndToEnd);
 
@@ -163,6 +175,36 @@ void MandatedWork(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * vlanCount);
 }
 BENCHMARK(MandatedWork)->Unit(benchmark::kMillisecond);
+
+// The mandated work of one mapping changing its VNI, as OneMappingChangeEndToEnd makes it: in
+// every map the old VNI's entry goes and the new one's comes, and the records of both sides.
+void MandatedWorkOneChange(benchmark::State& state) {
+  absl::flat_hash_map<std::uint16_t, std::uint32_t> shadow;
+  absl::flat_hash_map<std::uint64_t, std::uint16_t> sentVniVti, recvVniVti, localVniVti;
+  absl::flat_hash_map<std::uint32_t, std::uint16_t> sentVni, recvVni;
+  for (std::uint16_t v = 1; v <= vlanCount; ++v) {
+    std::uint32_t vni = vniBase + v;
+    std::uint64_t key = (std::uint64_t{1} << 32) | vni;
+    shadow[v] = vni, sentVniVti[key] = v, recvVniVti[key] = v, localVniVti[key] = v;
+    sentVni[vni] = v, recvVni[vni] = v;
+  }
+  std::vector<Record> ring(std::size_t{1} << 16);
+  std::uint64_t seq = 0;
+  std::uint32_t flip = 0;
+  std::uint16_t const v = 100;
+  for (auto _ : state) {
+    flip ^= 1;
+    std::uint32_t vni = flip ? 900000 : vniBase + v, old = flip ? vniBase + v : 900000;
+    std::uint64_t key = (std::uint64_t{1} << 32) | vni, oldKey = (std::uint64_t{1} << 32) | old;
+    shadow[v] = vni;
+    for (auto* m : {&sentVniVti, &recvVniVti, &localVniVti}) m->erase(oldKey), (*m)[key] = v;
+    for (auto* m : {&sentVni, &recvVni}) m->erase(old), (*m)[vni] = v;
+    for (int r = 0; r < recordsPerChange; ++r) ring[++seq & 0xffff] = Record{r, seq, 0.0, {v, vni}};
+    benchmark::DoNotOptimize(localVniVti);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(MandatedWorkOneChange);
 
 }  // namespace
 

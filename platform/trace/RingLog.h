@@ -114,6 +114,8 @@ class TraceFile {
   bool describeType(int typeId, char const* format, std::string const& typeString);
 
   std::uint64_t dropped() const noexcept { return hdr_->dropped; }
+  // Records written so far, over all levels (the next record's sequence number).
+  std::uint64_t written() const noexcept { return nextSeq_; }
 
  private:
   friend class RingBuf;

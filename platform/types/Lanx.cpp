@@ -126,9 +126,31 @@ std::uint64_t IntfId::intern(std::string_view name) {
   return (kindInterned << 56) | NameTable::instance().numberOf(name);
 }
 
-Brix::String IntfId::stringValue() const { return IntfIdCodec::name(value_, false); }
+namespace {
 
-Brix::String IntfId::shortName() const { return IntfIdCodec::name(value_, true); }
+// Trace statements print interface names all the time, so each thread keeps the names it has
+// made, per form: the last one asked for, and a table of all of them (interfaces are few).
+struct NameMemo {
+  std::uint64_t last = 0;
+  Brix::String const* lastName = nullptr;
+  std::unordered_map<std::uint64_t, Brix::String> names;
+
+  Brix::String const& of(std::uint64_t v, bool shortForm) {
+    if (lastName && last == v) return *lastName;
+    auto [it, fresh] = names.try_emplace(v);
+    if (fresh) it->second = IntfIdCodec::name(v, shortForm);
+    last = v;
+    lastName = &it->second;
+    return it->second;
+  }
+};
+thread_local NameMemo fullNames, shortNames;
+
+}  // namespace
+
+Brix::String IntfId::stringValue() const { return fullNames.of(value_, false); }
+
+Brix::String IntfId::shortName() const { return shortNames.of(value_, true); }
 
 std::ostream& operator<<(std::ostream& os, IntfId const& intf) { return os << intf.stringValue(); }
 

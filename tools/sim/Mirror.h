@@ -54,7 +54,7 @@ class Mirror final : public MirrorBase {
   using DstOf = std::function<Brix::Ptr<E>()>;
 
   Mirror(Brix::Ptr<E const> src, DstOf dstOf, Link& link)
-      : src_(std::move(src)), dstOf_(std::move(dstOf)), link_(link), sub_(this) {
+      : src_(std::move(src)), dstOf_(std::make_shared<DstOf const>(std::move(dstOf))), link_(link), sub_(this) {
     sub_.subscribeTo(src_->publisher(), &Mirror::dispatch);
     src_->vokForEachAttribute([&](auto, Brix::FieldId field, auto const& attr) {
       using A = std::decay_t<decltype(attr)>;
@@ -70,7 +70,7 @@ class Mirror final : public MirrorBase {
   Brix::Node const* source() const override { return src_.get(); }
 
   void resync() override {
-    link_.post([src = src_, dstOf = dstOf_] { applyResync(*src, dstOf()); });
+    link_.post([src = src_, dstOf = dstOf_] { applyResync(*src, (*dstOf)()); });
     for (auto& [id, m] : members_) m->resync();
   }
 
@@ -110,13 +110,15 @@ class Mirror final : public MirrorBase {
   template <class A, class F>
   void post(Brix::FieldId field, F apply) {
     // What crosses holds no pointer to a mirror: a mirror may go while its changes are in flight.
-    link_.post([dstOf = dstOf_, field, apply = std::move(apply)] {
-      Brix::Ptr<E> dst = dstOf();
+    auto change = [dstOf = dstOf_, field, apply = std::move(apply)] {
+      Brix::Ptr<E> dst = (*dstOf)();
       if (!dst) return;
       dst->vokVisitField(field, [&](auto, Brix::FieldId f, auto& dattr) {
         if constexpr (std::is_same_v<std::decay_t<decltype(dattr)>, A>) apply(*dst, f, dattr);
       });
-    });
+    };
+    static_assert(sizeof(change) <= LinkTask::room, "a change must travel without a heap allocation");
+    link_.post(std::move(change));
   }
 
   // Keeps one mirror per member entity of the source, made when the member appears.
@@ -133,7 +135,7 @@ class Mirror final : public MirrorBase {
     if (it != members_.end() && it->second->source() == srcMember.get()) return;
     auto dstOf = [parentDstOf = dstOf_, field, k]() -> Brix::Ptr<M> {
       Brix::Ptr<M> out;
-      if (Brix::Ptr<E> dst = parentDstOf()) {
+      if (Brix::Ptr<E> dst = (*parentDstOf)()) {
         dst->vokVisitField(field, [&](auto, Brix::FieldId, auto& dattr) {
           if constexpr (std::is_same_v<std::decay_t<decltype(dattr)>, A>) out = dattr.get(k);
         });
@@ -170,7 +172,8 @@ class Mirror final : public MirrorBase {
   }
 
   Brix::Ptr<E const> src_;
-  DstOf dstOf_;
+  // Shared by everything in flight: a change carries a use of it, never a copy.
+  std::shared_ptr<DstOf const> dstOf_;
   Link& link_;
   Brix::Subscriber sub_;
   std::map<std::string, std::unique_ptr<MirrorBase>> members_;
