@@ -57,7 +57,10 @@ TimeSource const* source = &monotonic;
 }  // namespace
 
 namespace System {
-void timeSourceIs(TimeSource const* s) { source = s ? s : &monotonic; }
+void timeSourceIs(TimeSource const* s) {
+  source = s ? s : &monotonic;
+  Impl::monotonicInForce = source == &monotonic;
+}
 TimeSource const& timeSource() { return *source; }
 Brix::Duration currentTime() { return source->now(); }
 }  // namespace System

@@ -36,6 +36,13 @@ namespace System {
 void timeSourceIs(TimeSource const* source);
 TimeSource const& timeSource();
 Brix::Duration currentTime();
+
+namespace Impl {
+inline bool monotonicInForce = true;  // kept by timeSourceIs
+}
+// Whether the monotonic clock is the source in force, so that a reader of cheaper clocks (the
+// trace's time stamps) may stand in for it; false while a manual source is installed.
+inline bool monotonicInForce() noexcept { return Impl::monotonicInForce; }
 }  // namespace System
 
 }  // namespace Vok

@@ -7,7 +7,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
+#include <ctime>
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#endif
 
 namespace RingLog {
 
@@ -23,6 +28,67 @@ std::string sysError(char const* what, std::string const& path) {
 }
 }  // namespace
 
+// ---- time stamps ----
+
+namespace Stamp {
+namespace {
+bool detectInvariantTicks() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+  unsigned a = 0, b = 0, c = 0, d = 0;
+  return __get_cpuid(0x80000007, &a, &b, &c, &d) && (d & (1u << 8)) != 0;
+#else
+  return false;
+#endif
+}
+
+std::uint64_t readTicks() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+  return __rdtsc();
+#else
+  return 0;
+#endif
+}
+
+double monotonicSeconds() noexcept {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// The counter's rate, measured once per process over a few milliseconds: it converts the stamps
+// of a file until the file's own readings lie a second apart.
+double ticksPerSecond() {
+  static double const rate = [] {
+    if (!invariantTicks) return 0.0;
+    double t0 = monotonicSeconds(), t1 = t0;
+    std::uint64_t k0 = readTicks(), k1 = k0;
+    while (t1 - t0 < 0.002) t1 = monotonicSeconds(), k1 = readTicks();
+    return static_cast<double>(k1 - k0) / (t1 - t0);
+  }();
+  return rate;
+}
+}  // namespace
+
+bool const invariantTicks = detectInvariantTicks();
+
+std::uint64_t coarseMonotonic() noexcept {
+  timespec ts{};
+#ifdef CLOCK_MONOTONIC_COARSE
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+#else
+  ::clock_gettime(CLOCK_MONOTONIC, &ts);
+#endif
+  return Format::stampOfSeconds(static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9);
+}
+}  // namespace Stamp
+
+void TraceFile::readTickClock(bool atOpen) noexcept {
+  if (!hdr_) return;
+  auto& c = hdr_->tickClock;
+  std::uint64_t k = Stamp::readTicks();
+  double t = Stamp::monotonicSeconds();
+  if (atOpen) c.ticks0 = k, c.seconds0 = t;
+  c.ticks1 = k, c.seconds1 = t;
+}
+
 // ---- RingBuf, the rare paths ----
 
 void RingBuf::wrap() noexcept {
@@ -30,10 +96,11 @@ void RingBuf::wrap() noexcept {
   while (head_ + pad - tail_ > cap_) evictOldest();
   hdr_->tail = tail_;
   std::atomic_signal_fence(std::memory_order_release);
-  Format::RecordHeader h{0, static_cast<std::uint32_t>(pad), 0, 0.0};
+  Format::RecordHeader h{0, static_cast<std::uint32_t>(pad), 0, 0};
   std::memcpy(base_ + headOff_, &h, Format::padRecordBytes);
   head_ += pad;
   headOff_ = 0;
+  file_->readTickClock(false);  // the longer the readings lie apart, the finer the rate
 }
 
 bool RingBuf::drop() noexcept {
@@ -97,6 +164,8 @@ std::unique_ptr<TraceFile> TraceFile::open(std::string const& path, SizeSpec con
   h->descOffset = Format::headerBytes;
   h->descCapacity = Format::descCapacity;
   h->openTime = Vok::System::currentTime();
+  h->tickClock.ticksPerSecond = Stamp::ticksPerSecond();
+  f->readTickClock(true);
   std::uint64_t off = Format::headerBytes + Format::descCapacity;
   for (int level = 0; level < Format::levelCount; ++level) {
     std::uint64_t cap = std::uint64_t{sizes.size[static_cast<std::size_t>(level)]} * 1024;
@@ -113,6 +182,7 @@ std::unique_ptr<TraceFile> TraceFile::open(std::string const& path, SizeSpec con
 }
 
 TraceFile::~TraceFile() {
+  readTickClock(false);
   if (map_) ::munmap(map_, mapBytes_);
 }
 

@@ -22,6 +22,10 @@
 #include <string_view>
 #include <vector>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <x86intrin.h>
+#endif
+
 #include "runtime/Time.h"
 #include "trace/RingLogFormat.h"
 
@@ -120,6 +124,9 @@ class TraceFile {
  private:
   friend class RingBuf;
   TraceFile() = default;
+  // Reads the counter and the monotonic clock together into the header's clock block: both
+  // readings at open, the later one otherwise.
+  void readTickClock(bool atOpen) noexcept;
   bool appendDesc(std::uint32_t kind, int id, std::uint32_t line, std::initializer_list<std::string_view> strings);
   static void mark(std::vector<std::uint8_t>& v, int id);
 
@@ -227,6 +234,25 @@ inline void put(RingBuf* rb, char const* s) noexcept { put(rb, std::string_view(
 
 // ---- the hot path, inline ----
 
+namespace Stamp {
+// Whether the CPU's time-stamp counter runs at a constant rate through sleep and frequency
+// changes, so that a reading of it can stand for the monotonic clock.
+extern bool const invariantTicks;
+std::uint64_t coarseMonotonic() noexcept;  // a coarse monotonic clock's seconds, as a stamp
+}  // namespace Stamp
+
+// A record's stamp (Format::RecordHeader::stamp): the counter while the monotonic clock is in
+// force and the counter is invariant, else a coarse clock; a manual time source exactly.
+inline std::uint64_t recordStamp() noexcept {
+  if (!Vok::System::monotonicInForce()) [[unlikely]]
+    return Format::stampOfSeconds(Vok::System::currentTime());
+#if defined(__x86_64__) || defined(__i386__)
+  if (Stamp::invariantTicks) [[likely]]
+    return __rdtsc() | Format::tickFlag;
+#endif
+  return Stamp::coarseMonotonic();
+}
+
 inline bool RingBuf::startMsg(TraceFile* file, int msgId, std::uint32_t valueBytes) {
   std::uint64_t size = Format::align8(sizeof(Format::RecordHeader) + valueBytes);
   if (size > maxRecord_) [[unlikely]]
@@ -237,7 +263,7 @@ inline bool RingBuf::startMsg(TraceFile* file, int msgId, std::uint32_t valueByt
   hdr_->tail = tail_;
   std::atomic_signal_fence(std::memory_order_release);
   char* p = base_ + headOff_;
-  Format::RecordHeader h{msgId, static_cast<std::uint32_t>(size), file->nextSeq_++, Vok::System::currentTime()};
+  Format::RecordHeader h{msgId, static_cast<std::uint32_t>(size), file->nextSeq_++, recordStamp()};
   std::memcpy(p, &h, sizeof h);
   cursor_ = p + sizeof h;
   pending_ = static_cast<std::uint32_t>(size);

@@ -22,24 +22,38 @@
 //   F<n>  1 byte, an enumeration described by the type entry n of the table
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 namespace RingLog::Format {
 
 inline constexpr char magic[8] = {'M', 'L', 'V', 'X', 'R', 'L', 'O', 'G'};
-inline constexpr std::uint32_t version = 2;
+inline constexpr std::uint32_t version = 3;
 inline constexpr std::uint32_t byteOrderMark = 0x01020304;
 inline constexpr int levelCount = 10;
 inline constexpr std::size_t headerBytes = 4096;
 inline constexpr std::size_t descCapacity = std::size_t{256} * 1024;
-inline constexpr std::size_t maxText = 1024;  // a longer text value is cut to this
+inline constexpr std::size_t maxText = 1024;                       // a longer text value is cut to this
+inline constexpr std::uint64_t tickFlag = std::uint64_t{1} << 63;  // see RecordHeader::stamp
 
 struct RingHeader {
   std::uint64_t offset;    // from the start of the file
   std::uint64_t capacity;  // bytes, a multiple of 8; 0 for a level without a ring
   std::uint64_t head;
   std::uint64_t tail;
+};
+
+// How a counter reading turns into seconds: both clocks read together at open, and again at
+// each wrap of a ring and at close. While those readings are less than a second apart, the
+// rate measured at open stands in for theirs.
+struct TickClock {
+  std::uint64_t ticks0;
+  double seconds0;
+  std::uint64_t ticks1;
+  double seconds1;
+  double ticksPerSecond;
 };
 
 struct FileHeader {
@@ -56,14 +70,33 @@ struct FileHeader {
   std::uint64_t dropped;   // records not written: too large, or their statement not described
   double openTime;         // the time source's time when the file was opened
   RingHeader rings[Format::levelCount];
+  TickClock tickClock;
 };
 static_assert(sizeof(FileHeader) <= headerBytes);
+
+inline std::uint64_t stampOfSeconds(double t) noexcept {
+  return std::bit_cast<std::uint64_t>(t > 0.0 ? t : 0.0);  // never a set sign bit, nor a NaN
+}
+
+// A record's stamp in seconds; whatever the clock block holds, the result is a number or NaN.
+inline double secondsOf(std::uint64_t stamp, TickClock const& c) noexcept {
+  if (!(stamp & tickFlag)) return std::bit_cast<double>(stamp);
+  double span = c.seconds1 - c.seconds0;
+  double rate = span >= 1.0 && c.ticks1 > c.ticks0 ? static_cast<double>(c.ticks1 - c.ticks0) / span : c.ticksPerSecond;
+  if (!(rate > 0.0)) return std::numeric_limits<double>::quiet_NaN();
+  auto ticks = static_cast<std::int64_t>((stamp & ~tickFlag) - c.ticks0);  // before the open reads negative
+  return c.seconds0 + static_cast<double>(ticks) / rate;
+}
 
 struct RecordHeader {
   std::int32_t msgId;  // 0 for a pad record, which carries only msgId and size
   std::uint32_t size;  // bytes of the whole record, a multiple of 8
   std::uint64_t seq;
-  double time;
+  // The record's time. With tickFlag clear, the bits of a double: seconds of the time source in
+  // force (a test's or the simulator's virtual time, exact) or of a coarse monotonic clock. With
+  // it set, a reading of the CPU's invariant time-stamp counter in the low 63 bits, which the
+  // file header's TickClock turns into seconds of the monotonic clock.
+  std::uint64_t stamp;
 };
 inline constexpr std::uint32_t padRecordBytes = 8;
 

@@ -293,7 +293,7 @@ class Decoder {
       if (rh.seq >= h_.nextSeq || (prevSeq && rh.seq <= prevSeq))
         return error("level {}: record at byte {} has sequence number {} out of order", level, filePos, rh.seq);
       prevSeq = rh.seq;
-      DecodedRecord rec{rh.seq, rh.time, level, rh.msgId, {}};
+      DecodedRecord rec{rh.seq, secondsOf(rh.stamp, h_.tickClock), level, rh.msgId, {}};
       Cursor c{p + sizeof rh, p + rh.size};
       if (!render(m->second, c, rec.text))
         return error("level {}: record at byte {}: values do not fit message {}", level, filePos, rh.msgId);
