@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -101,6 +102,15 @@ void RingBuf::wrap() noexcept {
   head_ += pad;
   headOff_ = 0;
   file_->readTickClock(false);  // the longer the readings lie apart, the finer the rate
+}
+
+void RingBuf::makeRoom(std::uint64_t size) noexcept {
+  // A sixteenth of the ring, at most 4 KiB: a reader loses that much of the oldest history at
+  // most, and eviction reads the records it drops in one sequential pass.
+  std::uint64_t const slack = std::min<std::uint64_t>(cap_ / 16, 4096);
+  while (tail_ < head_ && head_ + size + slack - tail_ > cap_) evictOldest();
+  hdr_->tail = tail_;
+  std::atomic_signal_fence(std::memory_order_release);
 }
 
 bool RingBuf::drop() noexcept {

@@ -67,6 +67,9 @@ class RingBuf {
  private:
   friend class TraceFile;
   void evictOldest() noexcept;
+  // Evicts the oldest records until `size` bytes and some slack are free, and publishes the new
+  // tail: the statements that follow then find room without touching the old records.
+  void makeRoom(std::uint64_t size) noexcept;
   void wrap() noexcept;
   bool drop() noexcept;
 
@@ -259,9 +262,8 @@ inline bool RingBuf::startMsg(TraceFile* file, int msgId, std::uint32_t valueByt
     return drop();
   if (cap_ - headOff_ < size) [[unlikely]]
     wrap();
-  while (head_ + size - tail_ > cap_) evictOldest();
-  hdr_->tail = tail_;
-  std::atomic_signal_fence(std::memory_order_release);
+  if (head_ + size - tail_ > cap_) [[unlikely]]
+    makeRoom(size);
   char* p = base_ + headOff_;
   Format::RecordHeader h{msgId, static_cast<std::uint32_t>(size), file->nextSeq_++, recordStamp()};
   std::memcpy(p, &h, sizeof h);

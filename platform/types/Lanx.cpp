@@ -148,9 +148,9 @@ thread_local NameMemo fullNames, shortNames;
 
 }  // namespace
 
-Brix::String IntfId::stringValue() const { return fullNames.of(value_, false); }
+Brix::String const& IntfId::stringValue() const { return fullNames.of(value_, false); }
 
-Brix::String IntfId::shortName() const { return shortNames.of(value_, true); }
+Brix::String const& IntfId::shortName() const { return shortNames.of(value_, true); }
 
 std::ostream& operator<<(std::ostream& os, IntfId const& intf) { return os << intf.stringValue(); }
 

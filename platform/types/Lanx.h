@@ -51,10 +51,12 @@ class IntfId {
   explicit IntfId(std::string const& name) : IntfId(std::string_view(name)) {}
   explicit IntfId(Brix::String const& name) : IntfId(name.view()) {}
 
-  Brix::String stringValue() const;
+  // The name, made once per thread and interface: the reference stays valid while the calling
+  // thread lives.
+  Brix::String const& stringValue() const;
   // The abbreviated name: "Et1/2", "Po5", "Vl10", "Vx1"; a name of no known kind, or one whose
-  // kind is not followed by a digit, is its own short name.
-  Brix::String shortName() const;
+  // kind is not followed by a digit, is its own short name. Made and kept like stringValue.
+  Brix::String const& shortName() const;
   constexpr bool isEmpty() const noexcept { return value_ == 0; }
   constexpr std::uint64_t value() const noexcept { return value_; }
   std::size_t hash() const noexcept { return std::hash<std::uint64_t>{}(value_); }
