@@ -15,6 +15,7 @@
 //   dispatch.
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
+#include <fmt/format.h>
 #include <stdlib.h>
 
 #include <cstdint>
@@ -48,8 +49,8 @@ constexpr int recordsPerChange = 21;
 // The library's ring file goes to a private directory, removed at exit.
 BenchSupport::TempDir benchDir(true);
 
-Vxlan::VniSourcePair mapping(std::uint32_t vni) {
-  return Vxlan::VniSourcePair(Vxlan1, Brix::String("static"), Vxlan::VniExtOrNone(vni));
+Vxlan::VniSourcePair mapping(std::uint32_t vni, Lanx::IntfId intf = Vxlan1) {
+  return Vxlan::VniSourcePair(intf, Brix::String("static"), Vxlan::VniExtOrNone(vni));
 }
 
 // Two switches' worth of the exchange: A primary publishes, B secondary applies.
@@ -72,12 +73,17 @@ struct Pair {
   MlagVxlan::VlanToVniMapSm::Ptr smA;
   MlagVxlan::VlanToVniMapSm::Ptr smB;
 
-  Pair() {
-    dirB->vtiStatusIs(Vxlan1);
+  // `perVti` mappings on each of Vxlan1 to Vxlan<vtis>, VNIs distinct across them.
+  explicit Pair(std::uint16_t perVti = vlanCount, int vtis = 1) {
     statusA->mlagStateIs(Mlag::MlagState::primary);
     statusB->mlagStateIs(Mlag::MlagState::secondary);
-    for (std::uint16_t v = 1; v <= vlanCount; ++v) {
-      vti->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(v), mapping(vniBase + v));
+    for (int k = 1; k <= vtis; ++k) {
+      Lanx::IntfId intf(fmt::format("Vxlan{}", k));
+      auto v = k == 1 ? vti : dirA->vtiStatusIs(intf);
+      dirB->vtiStatusIs(intf);
+      for (std::uint32_t vlan = 1; vlan <= perVti; ++vlan)
+        v->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(static_cast<std::uint16_t>(vlan)),
+                                  mapping(vniBase + 100000 * static_cast<std::uint32_t>(k - 1) + vlan, intf));
     }
   }
   void start() {
@@ -104,6 +110,32 @@ void Exchange4094FromNothing(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * vlanCount);
 }
 BENCHMARK(Exchange4094FromNothing)->Unit(benchmark::kMillisecond);
+
+// The same exchange at growing sizes: 1k, 2k and 4k mappings on one VTI, then 4096 on each of
+// two and four VTIs (8k and 16k extended VLANs). Each size should cost about twice the last.
+void ExchangeScaling(benchmark::State& state) {
+  auto const perVti = static_cast<std::uint16_t>(state.range(0));
+  auto const vtis = static_cast<int>(state.range(1));
+  std::size_t const total = std::size_t{perVti} * static_cast<std::size_t>(vtis);
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto pair = std::make_unique<Pair>(perVti, vtis);
+    state.ResumeTiming();
+    pair->start();
+    state.PauseTiming();
+    if (pair->localB->vniVtiToDynVlanMapCount() != total) state.SkipWithError("exchange incomplete");
+    pair.reset();
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(total));
+}
+BENCHMARK(ExchangeScaling)
+    ->Args({1024, 1})
+    ->Args({2048, 1})
+    ->Args({4096, 1})
+    ->Args({4096, 2})
+    ->Args({4096, 4})
+    ->Unit(benchmark::kMillisecond);
 
 void OneMappingChangeEndToEnd(benchmark::State& state) {
   Pair pair;
