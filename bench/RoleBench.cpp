@@ -131,6 +131,25 @@ struct Pair {
   }
 };
 
+// Ring records written so far by the library's statements.
+std::uint64_t ringRecords() {
+  RingLog::TraceHandle const* ring = MlagVxlan::vxlanRlHandle();
+  return ring && ring->file() ? ring->file()->written() : 0;
+}
+
+// Counts the ring records of the timed part of each iteration: `records_per_change`.
+class RecordCount {
+ public:
+  void resume() { from_ = ringRecords(); }
+  void pause() { total_ += ringRecords() - from_; }
+  void report(benchmark::State& state) const {
+    state.counters["records_per_change"] = static_cast<double>(total_) / static_cast<double>(state.iterations());
+  }
+
+ private:
+  std::uint64_t from_ = 0, total_ = 0;
+};
+
 // What the primary publishes, and whether the statements went to a ring file as in an agent.
 void report(benchmark::State& state, Status const& primarySent) {
   state.counters["published"] =
@@ -143,14 +162,18 @@ void report(benchmark::State& state, Status const& primarySent) {
 
 void BM_RoleChange_PrimaryToSecondary(benchmark::State& state) {
   Pair pair;
+  RecordCount records;
   for (auto _ : state) {
+    records.resume();
     pair.a.becomeSecondary();
+    records.pause();
     state.PauseTiming();
     if (pair.a.sent->vniToDynVlanMapCount() != 0) state.SkipWithError("the maps were not withdrawn");
     pair.a.becomePrimary();
     state.ResumeTiming();
   }
   report(state, *pair.a.sent);
+  records.report(state);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_RoleChange_PrimaryToSecondary)->Unit(benchmark::kMillisecond);
@@ -162,14 +185,18 @@ void BM_RoleChange_SecondaryToPrimary(benchmark::State& state) {
   pair.b.becomePrimary();
   pair.exchange();
   if (pair.a.local->vniVtiToDynVlanMapCount() != vlanCount) state.SkipWithError("the secondary applied nothing");
+  RecordCount records;
   for (auto _ : state) {
+    records.resume();
     pair.a.becomePrimary();
+    records.pause();
     state.PauseTiming();
     if (pair.a.sent->vniVtiToDynVlanMapCount() != vlanCount) state.SkipWithError("the primary published nothing");
     pair.a.becomeSecondary();
     state.ResumeTiming();
   }
   report(state, *pair.b.sent);
+  records.report(state);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_RoleChange_SecondaryToPrimary)->Unit(benchmark::kMillisecond);
@@ -193,13 +220,17 @@ void BM_PeerReaction_ToNewPrimary(benchmark::State& state) {
   Pair pair;
   Publications pub(pair.a);
   carry(*pub.asSecondary, *pair.b.recv);
+  RecordCount records;
   for (auto _ : state) {
+    records.resume();
     carry(*pub.asPrimary, *pair.b.recv);
+    records.pause();
     state.PauseTiming();
     if (pair.b.local->vniVtiToDynVlanMapCount() != vlanCount) state.SkipWithError("the peer applied nothing");
     carry(*pub.asSecondary, *pair.b.recv);
     state.ResumeTiming();
   }
+  records.report(state);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_PeerReaction_ToNewPrimary)->Unit(benchmark::kMillisecond);
@@ -210,12 +241,16 @@ void BM_PeerReaction_ToNewSecondary(benchmark::State& state) {
   Publications pub(pair.a);
   pair.b.becomePrimary();
   carry(*pub.asPrimary, *pair.b.recv);
+  RecordCount records;
   for (auto _ : state) {
+    records.resume();
     carry(*pub.asSecondary, *pair.b.recv);
+    records.pause();
     state.PauseTiming();
     carry(*pub.asPrimary, *pair.b.recv);
     state.ResumeTiming();
   }
+  records.report(state);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_PeerReaction_ToNewSecondary)->Unit(benchmark::kMillisecond);

@@ -287,7 +287,7 @@ class HashMap2018 {
     if (i >= kDoubledCapacity) return kDoublings + (i - kDoubledCapacity) / kLargeSegment;
     return static_cast<std::size_t>(std::bit_width((std::size_t{i} >> kFirstSegmentBits) + 1)) - 1;
   }
-  Node& slot(std::uint32_t i) const noexcept {
+  [[gnu::always_inline]] Node& slot(std::uint32_t i) const noexcept {
     std::size_t seg = segmentOf(i);
     return segments_[seg].get()[std::size_t{i} - segmentCapacity(seg)];
   }

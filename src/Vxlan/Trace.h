@@ -14,7 +14,7 @@ namespace MlagVxlan {
 
 RingLog::TraceHandle* vxlanRlHandle() noexcept;
 
-inline Vok::TraceHandle* _defaultTraceHandle() {
+[[gnu::always_inline]] inline Vok::TraceHandle* _defaultTraceHandle() {
   static Vok::TraceHandle handle("VxlanMlagHostTableSm", false);
   return &handle;
 }
