@@ -29,7 +29,7 @@ std::string str(T const& v) {
 // `pattern` with "{key}" as the key's trace text and "{k}" as its form in text(table).
 std::string sub(std::string pattern, Vxlan::VlanIpPair const& k) {
   for (auto const& [from, to] : {std::pair<std::string, std::string>{"{key}", str(k)},
-                                  {"{k}", std::to_string(k.vlanId()) + "/" + str(k.ipAddr())}}) {
+                                 {"{k}", std::to_string(k.vlanId()) + "/" + str(k.ipAddr())}}) {
     for (auto at = pattern.find(from); at != std::string::npos; at = pattern.find(from)) {
       pattern.replace(at, from.size(), to);
     }
@@ -75,8 +75,9 @@ TEST_F(ActiveArp, LocalIpMacFollowsEachRowOfThePathTable) {
   };
   // Before the key's turn the output holds values no handler writes: L and S.
   std::string const L = "local {k}=false\n", S = "mac {k} 02:00:00:00:00:99\n", A = "mac {k} 02:00:00:00:00:0a\n";
-  std::string const notAddingMac = " Not adding new key to localIpMac {key} mac 02:00:00:00:00:0a as entry already in rx "
-                                   "dest state",
+  std::string const notAddingMac =
+                        " Not adding new key to localIpMac {key} mac 02:00:00:00:00:0a as entry already in rx "
+                        "dest state",
                     addingA = " Adding new key to localIpMac {key} mac 02:00:00:00:00:0a",
                     delMac = " Del existing key from localIpMac {key} mac 02:00:00:00:00:99",
                     addingIp = " Adding new key to localIp {key} mac 0.0.0",
@@ -162,10 +163,10 @@ TEST_F(ActiveArp, RemoteIpCopiesWhatSelectiveInstallPassesUnlessTheFarEndHoldsIt
   }
   // The all-keys form keeps a key the input has with any value, then its one-key pass drops it.
   auto const stale = key(1, "10.0.0.8"), off = key(10, "10.0.0.5");
+  copy.in->remoteIpIs(off, false);
   auto sm = copy.make();
   copy.out->remoteIpIs(stale, true);
   copy.out->remoteIpIs(off, true);
-  copy.in->remoteIpIs(off, false);
   (void)trace.take();
   nested(*sm).handleRemoteArp();
   EXPECT_THAT(leveled(), ElementsAre("5|" + vti + "handleRemoteArp()", sub("6| Del remote IP {key}", stale),
@@ -231,7 +232,8 @@ TEST_F(ActiveArp, CapabilityFlipsRebuildTheLocalOutputs) {
   EXPECT_EQ(text(*copy.out), "local 10/10.0.0.1\n")
       << "the far end holds 10.0.0.2, and the all-keys pass keeps only what localIpMac has";
   copy.dest->l2LearningCapableIs(true);
-  EXPECT_EQ(text(*copy.out), "local 10/10.0.0.1\nmac 10/10.0.0.1 02:00:00:00:00:0a\nmac 10/10.0.0.2 ff:ff:ff:ff:ff:ff\n")
+  EXPECT_EQ(text(*copy.out),
+            "local 10/10.0.0.1\nmac 10/10.0.0.1 02:00:00:00:00:0a\nmac 10/10.0.0.2 ff:ff:ff:ff:ff:ff\n")
       << "gaining capability leaves localIp as it stands, and localIpMac has the last word";
   copy.in->localIpIs(key(30, "10.0.0.4"), true);
   EXPECT_EQ(copy.out->localIpMac(key(30, "10.0.0.4")), zeroMac) << "a capable far end gets a zero MAC";

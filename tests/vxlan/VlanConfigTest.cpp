@@ -21,58 +21,58 @@ using namespace BfdVlanTest;
 using PrimarySharedVlanTest = Fixture;
 
 TEST_F(PrimarySharedVlanTest, FirstRunMakesTheLocalSetThePeersThenFollowsItVlanByVlan) {
-  // A full local set against a peer with 94 fewer, one of them present as false.
+  // A full local set against a peer with 93 fewer, one of them present as false.
   for (std::uint16_t v = 1; v <= 4094; ++v) local->sharedDynVlanIs(Bridging::VlanId(v), true);
   VlanSet peer = vlanRange(95, 4094);
   for (auto v : peer) recv->sharedDynVlanIs(Bridging::VlanId(v), true);
   recv->sharedDynVlanIs(Bridging::VlanId(1), false);
+  // A VTEP entry's reactor runs before the role's first run: its write lets the peer share VLAN 3
+  // then, and that notification is dropped; the first run's walk covers it.
+  vtepDir->vtepStatusV2Is(Brix::String("Vxlan1"))->bfdPeerStatusIs(Row(Brix::String("a"), Lanx::IpAddr(192, 0, 2, 1)));
+  bool early = false;
+  TestSupport::PublicationRecorder beforeFirstRun(*sent, [&](auto const&) {
+    if (!std::exchange(early, true)) recv->sharedDynVlanIs(Bridging::VlanId(3), true);
+  });
+  peer.insert(3);
   auto sm = primary();
+  ASSERT_TRUE(early);
+  EXPECT_LT(trace.indexOf("PrimarySm::handleInitialized()"), trace.indexOf("PrimarySm::handleSharedDynVlan(3)"));
   EXPECT_EQ(shared(*local), peer);
   EXPECT_EQ(local->sharedDynVlanCount(), peer.size()) << "no key left with false";
   EXPECT_EQ(trace.count(" SharedDynVlan before 4094"), 1u);
-  EXPECT_EQ(trace.count(" SharedDynVlan after 4000"), 1u);
-  EXPECT_EQ(trace.starting(" Del shared dynVlan").size(), 95u) << "94 in the local walk, VLAN 1 again in the peer's";
+  EXPECT_EQ(trace.count(" SharedDynVlan after 4001"), 1u);
+  EXPECT_EQ(trace.starting(" Del shared dynVlan").size(), 94u) << "93 in the local walk, VLAN 1 again in the peer's";
   EXPECT_THAT(trace.starting(" Added shared dynVlan"), ::testing::IsEmpty());
   EXPECT_LT(trace.indexOf(" Processing localVxStatus"), trace.indexOf(" Del shared dynVlan 1"));
   EXPECT_LT(trace.indexOf(" Del shared dynVlan 94"), trace.indexOf(" Processing recvVxStatus"));
 
-  enum class Do { set, del, direct };  // direct: a notification for a VLAN the peer no longer has
+  enum class Do { set, del, direct };  // direct: a notification with no change behind it
   struct Step {
     std::uint16_t vlan;
     Do what;
     bool value;
     char const* line;  // the level 6 line, or none
+    bool notified = true;
   };
-  for (auto const& s :
-       {Step{7, Do::set, true, " Added shared dynVlan 7"},
-        Step{7, Do::set, true, nullptr} /* unchanged: no notification */,
-        Step{7, Do::set, false, " Del shared dynVlan 7"}, Step{100, Do::del, false, " Del shared dynVlan 100"},
-        Step{100, Do::direct, false, " Del shared dynVlan 100"}}) {
+  for (auto const& s : {Step{7, Do::set, true, " Added shared dynVlan 7"}, Step{7, Do::set, true, nullptr, false},
+                        Step{7, Do::direct, true, nullptr}, Step{7, Do::set, false, " Del shared dynVlan 7"},
+                        Step{100, Do::del, false, " Del shared dynVlan 100"},
+                        Step{100, Do::direct, false, " Del shared dynVlan 100"}}) {
     SCOPED_TRACE(s.vlan);
     trace.clear();
     if (s.what == Do::set) recv->sharedDynVlanIs(Bridging::VlanId(s.vlan), s.value);
     if (s.what == Do::del) (void)recv->sharedDynVlanDel(Bridging::VlanId(s.vlan));
     if (s.what == Do::direct) sm->handleSharedDynVlan(Bridging::VlanId(s.vlan));
-    if (s.value) {
-      peer.insert(s.vlan);
-    } else {
-      peer.erase(s.vlan);
-    }
+    s.value ? (void)peer.insert(s.vlan) : (void)peer.erase(s.vlan);
     EXPECT_EQ(shared(*local), peer);
-    EXPECT_EQ(trace.starting(" ").size(), s.line ? 1u : 0u);
-    if (s.line) {
-      EXPECT_EQ(trace.levelOf(s.line), 6);
-    }
+    std::string const fn = "PrimarySm::handleSharedDynVlan(" + std::to_string(s.vlan) + ")";
+    std::vector<std::string> expected{fn, fn + " return"};
+    if (s.line) expected.insert(expected.begin() + 1, s.line);
+    EXPECT_EQ(trace.texts(), s.notified ? expected : std::vector<std::string>{});
+    EXPECT_EQ(trace.levelOf(s.line ? s.line : ""), s.line ? 6 : -1);
   }
   sm = nullptr;
   EXPECT_EQ(shared(*local), vlanRange(1, 4094));
-}
-
-TEST_F(PrimarySharedVlanTest, AnEmptyPeerSetEmptiesTheLocalOne) {
-  local->sharedDynVlanIs(Bridging::VlanId(5), true);
-  auto sm = primary();
-  EXPECT_EQ(local->sharedDynVlanCount(), 0u);
-  EXPECT_EQ(trace.count(" SharedDynVlan after 0"), 1u);
 }
 
 }  // namespace
@@ -82,30 +82,22 @@ namespace {
 // The VLAN configuration by one input, the one the toggle picks.
 class VlanConfigFixture : public Fixture {
  protected:
-  explicit VlanConfigFixture(bool flat) : flat_(flat) {
+  explicit VlanConfigFixture(bool flat) : flat(flat) {
     MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(flat);
   }
   ~VlanConfigFixture() override { MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(std::nullopt); }
-
-  bool flat() const { return flat_; }
   // Configures `vlan` by `source` in the live input (or in the other one).
   void configure(std::uint16_t vlan, char const* source, bool live = true) {
     Bridging::VlanId id(vlan);
-    if (flat() == live) {
-      auto r = flatDir->vlanConfig().readOrDefault(id);
-      r.vlanIdIs(id);
-      r.configSourceIs(Swix::FString(source));
-      flatDir->vlanConfigIs(id, r);
-    } else {
-      bridgingConfig->vlanConfigIs(id)->configSourceIs(Brix::String(source));
-    }
+    if (flat != live) return (void)bridgingConfig->vlanConfigIs(id)->configSourceIs(Brix::String(source));
+    auto r = flatDir->vlanConfig().readOrDefault(id);
+    r.vlanIdIs(id);
+    r.configSourceIs(Swix::FString(source));
+    flatDir->vlanConfigIs(id, r);
   }
   void unconfigure(std::uint16_t vlan) {
-    if (flat()) {
-      (void)flatDir->vlanConfigDel(Bridging::VlanId(vlan));
-    } else {
-      (void)bridgingConfig->vlanConfigDel(Bridging::VlanId(vlan));
-    }
+    flat ? (void)flatDir->vlanConfigDel(Bridging::VlanId(vlan))
+         : (void)bridgingConfig->vlanConfigDel(Bridging::VlanId(vlan));
   }
   // Every VLAN but those of `out`.
   static VlanSet allBut(VlanSet const& out) {
@@ -113,23 +105,20 @@ class VlanConfigFixture : public Fixture {
     for (auto v : out) s.erase(v);
     return s;
   }
-
- private:
-  bool const flat_;
+  bool const flat;
 };
 
 class SecondaryVlanConfigTest : public VlanConfigFixture, public ::testing::WithParamInterface<bool> {
  protected:
   SecondaryVlanConfigTest() : VlanConfigFixture(GetParam()) {}
 };
+INSTANTIATE_TEST_SUITE_P(ByInput, SecondaryVlanConfigTest, ::testing::Bool(),
+                         [](auto const& info) { return info.param ? "FlatTable" : "Entities"; });
 
 class FlatVlanConfigTest : public VlanConfigFixture {
  protected:
   FlatVlanConfigTest() : VlanConfigFixture(true) {}
 };
-
-INSTANTIATE_TEST_SUITE_P(ByInput, SecondaryVlanConfigTest, ::testing::Bool(),
-                         [](auto const& info) { return info.param ? "FlatTable" : "Entities"; });
 
 TEST_P(SecondaryVlanConfigTest, AVlanLeavesBothSetsWhileASourceOutsideTheListConfiguresIt) {
   for (char const* s : {"static", "controller", "evpn", "mlag", "default"}) {
@@ -145,30 +134,22 @@ TEST_P(SecondaryVlanConfigTest, AVlanLeavesBothSetsWhileASourceOutsideTheListCon
   auto sm = secondary();
   EXPECT_EQ(shared(*sent), allBut({20}));
   EXPECT_EQ(shared(*local), (VlanSet{10, 30})) << "localVxStatus gets only what the configuration says";
-  EXPECT_EQ(sm->vlanConfigConfigSourceSmCount(), flat() ? 0u : 3u);
+  EXPECT_EQ(sm->vlanConfigConfigSourceSmCount(), flat ? 0u : 3u);
   EXPECT_EQ(trace.levelOf(" (20)::handleVlanSource Del shared dyn vlan 20"), 6);
   EXPECT_EQ(trace.levelOf("void MlagVxlan::SecondarySm::handleVlanSource(Bridging::VlanId, const String&) Add "
                           "shared dyn vlan10"),
             8);
 
   struct Step {
-    char const* what;
     std::function<void()> change;
     VlanSet notShared;
   };
-  std::vector<Step> const steps = {
-      {"to default", [&] { configure(20, "default"); }, {}},
-      {"to cli", [&] { configure(10, "cli"); }, {10}},
-      {"gone", [&] { unconfigure(10); }, {}},
-      {"new cli", [&] { configure(50, "cli"); }, {50}},
-      {"other input", [&] { configure(60, "cli", false), unconfigure(40); }, {50}},
-  };
-  for (auto const& s : steps) {
-    SCOPED_TRACE(s.what);
+  for (auto const& s : {Step{[&] { configure(20, "default"); }, {}}, Step{[&] { configure(10, "cli"); }, {10}},
+                        Step{[&] { unconfigure(10); }, {}}, Step{[&] { configure(50, "cli"); }, {50}},
+                        Step{[&] { configure(60, "cli", false), unconfigure(40); }, {50}}}) {
     s.change();
     EXPECT_EQ(shared(*sent), allBut(s.notShared));
-    for (auto v : {10, 20})
-      EXPECT_EQ(shared(*local).count(std::uint16_t(v)), s.notShared.count(std::uint16_t(v)) ? 0u : 1u) << v;
+    for (std::uint16_t v : {10, 20}) EXPECT_EQ(shared(*local).count(v), 1u - s.notShared.count(v)) << v;
   }
   // A VLAN that goes comes back with the three kinds of trace, whatever its last source.
   EXPECT_EQ(trace.levelOf("SecondarySm::VokVlanConfig(10)::vlanConfigSourceSmCleanup()"), 5);
@@ -179,7 +160,7 @@ TEST_P(SecondaryVlanConfigTest, AVlanLeavesBothSetsWhileASourceOutsideTheListCon
   sm = nullptr;
   EXPECT_EQ(shared(*sent), vlanRange(1, 4094));
   EXPECT_EQ(shared(*local), vlanRange(1, 4094));
-  EXPECT_EQ(trace.count("SecondarySm::VokVlanConfig(50)::vlanConfigSourceSmCleanup()"), flat() ? 0u : 1u);
+  EXPECT_EQ(trace.count("SecondarySm::VokVlanConfig(50)::vlanConfigSourceSmCleanup()"), flat ? 0u : 1u);
 }
 
 TEST_F(FlatVlanConfigTest, OnlyAChangedSourceIsWrittenAndAVlanInNeitherPlaceIsSharedAgain) {
