@@ -29,17 +29,21 @@ std::string const mac1 = "00:00:00:00:00:01", mac2 = "00:00:00:00:00:02", mac3 =
 class ArpTest : public VlanVniTest::LiveNodesTest {
  protected:
   void releaseAll() override { owned.reset(); }
-  bool traced(std::string const& text) const {
+  long count(std::string const& text) const {
     auto t = trace.texts();
-    return std::find(t.begin(), t.end(), text) != t.end();
+    return std::count(t.begin(), t.end(), text);
   }
+  bool traced(std::string const& text) const { return count(text) > 0; }
   std::unique_ptr<Pair> owned = std::make_unique<Pair>();
   Pair& pair = *owned;
   VlanVniTest::TraceOn traceOn;
   Vok::TraceCapture trace;
 };
 
+// Each form carries what the input publishes, the by-VRF one IPv4 only; the other form stays
+// empty for every VRF. The last row of a VRF takes the VRF along, in either form.
 TEST_F(ArpTest, PrimaryPublishesTheFormThePeerTakesAndEmptiesTheOtherForEveryVrf) {
+  MlagVxlan::_defaultTraceHandle()->levelMaskIs(1u << 5 | 1u << 6 | 1u << 8);
   pair.arpInput->sourceIs(Arp::ArpSourceId::evpn);
   rowIs(*pair.arpInput, "red", key(10, "10.0.0.1"), 1, 0, 3);
   rowIs(*pair.arpInput, "red", key(20, "2001:db8::1"), 2);
@@ -53,10 +57,10 @@ TEST_F(ArpTest, PrimaryPublishesTheFormThePeerTakesAndEmptiesTheOtherForEveryVrf
   auto sm = pair.primary();
   EXPECT_EQ(byVrf(*pair.sentP), v4);
   // A new reactor runs the pass twice: once as its nested reactor is made, once itself.
-  auto t = trace.texts();
-  EXPECT_EQ(std::count(t.begin(), t.end(),
-                       "PrimarySm::VrfConfigSm(red)::handlePeerArpByVlanIpCapable() "
-                       "peerArpByVlanIpCapable false"),
+  EXPECT_EQ(count("PrimarySm::VrfConfigSm(red)::handlePeerArpByVlanIpCapable() peerArpByVlanIpCapable false"), 2);
+  EXPECT_EQ(count("void MlagVxlan::PrimarySm::VrfConfigSm::handleIpv4VrfArpInput(const Arp::InputConfigKey&) "
+                  "input entry is: key=(Vlan10, 10.0.0.1), ethAddr=00:00:00:00:00:01, kind=3, stateCode=0, "
+                  "metric=65535, generation=0"),
             2);
   trace.clear();
   rowIs(*pair.arpInput, "red", key(20, "2001:db8::2"), 2);  // ignored by VRF: no write, no trace
@@ -68,31 +72,20 @@ TEST_F(ArpTest, PrimaryPublishesTheFormThePeerTakesAndEmptiesTheOtherForEveryVrf
     EXPECT_EQ(byVrf(*pair.sentP), capable ? Tables{} : v4);
     EXPECT_EQ(withVlan(*pair.sentP), capable ? both : Tables{});
   }
-  EXPECT_TRUE(traced(" Add ARP entry to sentArpStatusWithVlan  vlanId: 20, ipAddr: 2001:db8::1, arpSource: evpn"));
-}
-
-// Rows come, change and go one at a time in each form; the last one takes its VRF along.
-TEST_F(ArpTest, PrimaryOneKeyChangesFollowTheInputInEachForm) {
-  auto sm = pair.primary();
-  for (bool capable : {false, true}) {
-    SCOPED_TRACE(capable ? "with VLAN" : "by VRF");
+  EXPECT_EQ(count(" Add ARP entry to sentArpStatusWithVlan  vlanId: 20, ipAddr: 2001:db8::1, arpSource: evpn"), 2);
+  EXPECT_EQ(count("void MlagVxlan::PrimarySm::VrfConfigSm::handleVrfArpInputForVlanIpCapablePeer(const "
+                  "Arp::InputConfigKey&) input entry is: key=(Vlan30, 10.0.0.3), ethAddr=00:00:00:00:00:03, kind=1, "
+                  "stateCode=0, metric=65535, generation=0"),
+            2);
+  for (bool capable : {true, false}) {
     pair.flagIs(capable);
-    auto published = [&] { return capable ? withVlan(*pair.sentP) : byVrf(*pair.sentP); };
-    std::string const row = capable ? "vlanId: 10, ipAddr: 10.0.0.1, arpSource: unknown" : "10.0.0.1";
-    std::string const tail = capable ? "" : " kind 1";
-    rowIs(*pair.arpInput, "red", key(10, "10.0.0.1"), 1);
-    EXPECT_EQ(published(), (Tables{{"red", {{row, mac1 + tail}}}}));
-    rowIs(*pair.arpInput, "red", key(10, "10.0.0.1"), 2);
-    EXPECT_EQ(published(), (Tables{{"red", {{row, mac2 + tail}}}}));
-    rowIs(*pair.arpInput, "red", key(10, "10.0.0.2"), 3);
-    rowIs(*pair.arpInput, "red", key(10, "10.0.0.1"), 2, Arp::InputConfigEntry::stateCodeNotPublished);
-    EXPECT_THAT(published()["red"], Not(Contains(std::pair(row, mac2 + tail))));
-    trace.clear();
-    pair.arpInput->vrf(L3::VrfName("red"))->ipv4Del(key(10, "10.0.0.2"));
-    EXPECT_EQ(published(), Tables{});
-    std::string const fn = capable ? "handleVrfArpInputForVlanIpCapablePeer" : "handleIpv4VrfArpInput";
-    EXPECT_TRUE(traced("PrimarySm::VrfConfigSm(red)::" + fn + " del VRF from sentVxStatus"));
-    pair.arpInput->vrf(L3::VrfName("red"))->ipv4Del(key(10, "10.0.0.1"));
+    pair.arpInput->vrf(L3::VrfName("blue"))->ipv4Del(key(30, "10.0.0.3"));
+    EXPECT_EQ((capable ? withVlan : byVrf)(*pair.sentP).count("blue"), 0u);
+    EXPECT_EQ(count(std::string("PrimarySm::VrfConfigSm(blue)::") +
+                    (capable ? "handleVrfArpInputForVlanIpCapablePeer" : "handleIpv4VrfArpInput") +
+                    " del VRF from sentVxStatus"),
+              1);
+    rowIs(*pair.arpInput, "blue", key(30, "10.0.0.3"), 3);
   }
 }
 
@@ -102,10 +95,11 @@ TEST_F(ArpTest, PrimaryOneKeyChangesFollowTheInputInEachForm) {
 TEST_F(ArpTest, PrimaryAllKeysPassesPruneWhatTheInputLacks) {
   rowIs(*pair.arpInput, "red", key(10, "10.0.0.1"), 1);
   auto left = pair.sentP->arpStatusWithVlanIs(L3::VrfName("red"));
-  left->arpEntryIs(Mlag::VlanIpSource(Bridging::VlanIdOrNone(10), Lanx::IpAddr(10, 0, 0, 1), Arp::ArpSourceId::evpn),
-                   Lanx::EthAddr(0, 0, 9));
-  left->arpEntryIs(Mlag::VlanIpSource(Bridging::VlanIdOrNone(20), Lanx::IpAddr(10, 0, 0, 1), Arp::ArpSourceId::evpn),
-                   Lanx::EthAddr(0, 0, 9));
+  for (std::uint16_t vlan : {10, 20}) {
+    left->arpEntryIs(
+        Mlag::VlanIpSource(Bridging::VlanIdOrNone(vlan), Lanx::IpAddr(10, 0, 0, 1), Arp::ArpSourceId::evpn),
+        Lanx::EthAddr(0, 0, 9));
+  }
   pair.flagIs(true);
   auto sm = pair.primary();
   EXPECT_EQ(withVlan(*pair.sentP), (Tables{{"red",
@@ -116,80 +110,51 @@ TEST_F(ArpTest, PrimaryAllKeysPassesPruneWhatTheInputLacks) {
   pair.arpInput->vrfDel(L3::VrfName("red"));
   rowIs(*pair.arpInput, "red", key(10, "10.0.0.7"), 7, Arp::InputConfigEntry::stateCodeNotPublished);
   rowIs(*pair.arpInput, "red", key(10, "10.0.0.1"), 1);
-  pair.sentP->arpStatusIs(L3::VrfName("red"))->arpEntryIs(Arp::ArpEntry(Lanx::IpAddr(10, 0, 0, 7), Lanx::EthAddr()));
+  pair.sentP->arpStatusIs(L3::VrfName("red"))->arpEntryIs(entry("10.0.0.7", 0));
   sm = pair.primary();
   EXPECT_EQ(byVrf(*pair.sentP), (Tables{{"red", {{"10.0.0.1", mac1 + " kind 1"}}}}));
-}
-
-TEST_F(ArpTest, PrimaryVlanAbove4094RaisesBeforeWriting) {
-  auto sm = pair.primary();
+  // An interface number above 4094 raises before anything is written.
   pair.flagIs(true);
-  pair.arpInput->vrfIs(L3::VrfName("red"));
+  pair.sentP->arpStatusWithVlanDelAll();
   try {
     sm->vokVrf(L3::VrfName("red"))->handleVrfArpInputForVlanIpCapablePeer(key(4095, "10.0.0.1"));
     ADD_FAILURE() << "VLAN 4095 was taken";
   } catch (Brix::RangeException const& e) {
     EXPECT_STREQ(e.what(), "Bridging::VlanIdOrNone::value > 4094 not allowed");
   }
-  EXPECT_EQ(withVlan(*pair.sentP), Tables{});
+  EXPECT_EQ(withVlan(*pair.sentP)["red"].size(), 0u);
 }
 
-TEST_F(ArpTest, PrimaryTracesTheInputEntryAtLevel8) {
-  MlagVxlan::_defaultTraceHandle()->levelMaskIs(1u << 8);
+// A role that ends leaves what its VRFs still hold, in both roles.
+TEST_F(ArpTest, ARoleEndingKeepsVrfsStillThere) {
   rowIs(*pair.arpInput, "red", key(10, "10.0.0.1"), 1);
-  auto sm = pair.primary();
-  EXPECT_TRUE(
-      traced("void MlagVxlan::PrimarySm::VrfConfigSm::handleIpv4VrfArpInput(const Arp::InputConfigKey&) "
-             "input entry is: key=(Vlan10, 10.0.0.1), ethAddr=00:00:00:00:00:01, kind=1, stateCode=0, "
-             "metric=65535, generation=0"));
-  pair.flagIs(true);
-  EXPECT_EQ(trace.lines().back().text.rfind("void MlagVxlan::PrimarySm::VrfConfigSm::handleVrfArpInputForVlanIpCapable"
-                                            "Peer(const Arp::InputConfigKey&) input entry is: key=(Vlan10",
-                                            0),
-            0u);
-}
-
-// Both roles: a VRF that leaves is withdrawn; a role that ends leaves what its VRFs still hold.
-TEST_F(ArpTest, VrfLeavingIsWithdrawnAndARoleEndingKeepsVrfsStillThere) {
-  rowIs(*pair.arpInput, "red", key(10, "10.0.0.1"), 1);
-  rowIs(*pair.arpInput, "blue", key(10, "10.0.0.2"), 2);
   auto p = pair.primary();
   auto s = pair.secondary();
   pair.carry();
-  pair.arpInput->vrfDel(L3::VrfName("blue"));
-  pair.carry();
-  EXPECT_EQ(byVrf(*pair.sentP).count("blue"), 0u);
-  EXPECT_EQ(withVlan(*pair.localS), (Tables{{"red", {{"vlanId: 0, ipAddr: 10.0.0.1, arpSource: peer", mac1}}}}));
-  Tables const local = withVlan(*pair.localS);
+  Tables const sent = byVrf(*pair.sentP), local = withVlan(*pair.localS);
+  EXPECT_EQ(local, (Tables{{"red", {{"vlanId: 0, ipAddr: 10.0.0.1, arpSource: peer", mac1}}}}));
   p = nullptr;
   s = nullptr;
-  EXPECT_EQ(byVrf(*pair.sentP).count("red"), 1u);
+  EXPECT_EQ(byVrf(*pair.sentP), sent);
   EXPECT_EQ(withVlan(*pair.localS), local);
-  // The next secondary drops what the peer no longer publishes in either form.
-  pair.recvS->arpStatusDel(L3::VrfName("red"));
-  s = pair.secondary();
-  EXPECT_EQ(withVlan(*pair.localS), Tables{});
 }
 
 // The flag wakes one applier per VRF. The stale pass by VRF compares addresses only, so a row
 // that came with VLAN 10 stays beside the one by VRF; an IPv6 row has no IPv4 address to keep it.
 TEST_F(ArpTest, SecondaryAppliesTheAwakeFormAndItsStalePass) {
-  pair.recvS->arpStatusIs(L3::VrfName("red"))->arpEntryIs(Arp::ArpEntry(Lanx::IpAddr(10, 0, 0, 1), {0, 0, 1}));
+  pair.recvS->arpStatusIs(L3::VrfName("red"))->arpEntryIs(entry("10.0.0.1", 1));
   auto wv = pair.recvS->arpStatusWithVlanIs(L3::VrfName("red"));
-  wv->arpEntryIs(Mlag::VlanIpSource(Bridging::VlanIdOrNone(10), Lanx::IpAddr(10, 0, 0, 1), Arp::ArpSourceId::dynamic),
-                 Lanx::EthAddr(0, 0, 2));
-  wv->arpEntryIs(
-      Mlag::VlanIpSource(Bridging::VlanIdOrNone(20), Lanx::IpGenAddr::parse("2001:db8::1"), Arp::ArpSourceId::evpn),
-      Lanx::EthAddr(0, 0, 3));
+  auto const k10 = vip(10, "10.0.0.1", Arp::ArpSourceId::dynamic);
+  wv->arpEntryIs(k10, Lanx::EthAddr(0, 0, 2));
+  wv->arpEntryIs(vip(20, "2001:db8::1", Arp::ArpSourceId::evpn), Lanx::EthAddr(0, 0, 3));
   Rows const byVrfRow{{"vlanId: 0, ipAddr: 10.0.0.1, arpSource: peer", mac1}};
   Rows const vlanRows{{"vlanId: 10, ipAddr: 10.0.0.1, arpSource: dynamic", mac2},
                       {"vlanId: 20, ipAddr: 2001:db8::1, arpSource: evpn", mac3}};
   auto s = pair.secondary();
   EXPECT_EQ(withVlan(*pair.localS)["red"], byVrfRow);
-  wv->arpEntryDel(Mlag::VlanIpSource(Bridging::VlanIdOrNone(10), Lanx::IpAddr(10, 0, 0, 1), Arp::ArpSourceId::dynamic));
+  wv->arpEntryDel(k10);
+  wv->arpEntryIs(k10, Lanx::EthAddr(0, 0, 2));
   EXPECT_EQ(withVlan(*pair.localS)["red"], byVrfRow) << "the sleeping form writes nothing";
-  wv->arpEntryIs(Mlag::VlanIpSource(Bridging::VlanIdOrNone(10), Lanx::IpAddr(10, 0, 0, 1), Arp::ArpSourceId::dynamic),
-                 Lanx::EthAddr(0, 0, 2));
   pair.recvS->peerArpByVlanIpCapableIs(true);
   EXPECT_EQ(withVlan(*pair.localS)["red"], vlanRows);
   EXPECT_TRUE(traced(" Del stale Arp entry vlanId: 0, ipAddr: 10.0.0.1, arpSource: peer"));
@@ -205,11 +170,10 @@ TEST_F(ArpTest, SecondaryAppliesTheAwakeFormAndItsStalePass) {
 TEST_F(ArpTest, SecondaryOneKeyFormsAndTheLastRow) {
   auto table = pair.recvS->arpStatusIs(L3::VrfName("red"));
   auto s = pair.secondary();
-  table->arpEntryIs(Arp::ArpEntry(Lanx::IpAddr(10, 0, 0, 1), {0, 0, 1}));
+  table->arpEntryIs(entry("10.0.0.1", 1));
   pair.localS->arpStatusWithVlan(L3::VrfName("red"))
-      ->arpEntryIs(Mlag::VlanIpSource(Bridging::VlanIdOrNone(10), Lanx::IpAddr(10, 0, 0, 1), Arp::ArpSourceId::evpn),
-                   Lanx::EthAddr(0, 0, 4));
-  table->arpEntryIs(Arp::ArpEntry(Lanx::IpAddr(10, 0, 0, 1), {0, 0, 2}));
+      ->arpEntryIs(vip(10, "10.0.0.1", Arp::ArpSourceId::evpn), Lanx::EthAddr(0, 0, 4));
+  table->arpEntryIs(entry("10.0.0.1", 2));
   EXPECT_TRUE(traced("SecondarySm::ArpStatusSm(red)::handlePeerArpEntry() add ipAddr 10.0.0.1"));
   table->arpEntryIs(Arp::ArpEntry(Lanx::IpAddr(), {}));  // the default: a deletion of 0.0.0.0
   EXPECT_TRUE(traced("SecondarySm::ArpStatusSm(red)::handlePeerArpEntry() del ipAddr 0.0.0.0"));
@@ -220,9 +184,8 @@ TEST_F(ArpTest, SecondaryOneKeyFormsAndTheLastRow) {
   EXPECT_EQ(withVlan(*pair.localS), Tables{});
   pair.recvS->peerArpByVlanIpCapableIs(true);
   auto wv = pair.recvS->arpStatusWithVlanIs(L3::VrfName("blue"));
-  Mlag::VlanIpSource const k(Bridging::VlanIdOrNone(7), Lanx::IpAddr(10, 0, 0, 7), Arp::ArpSourceId::dynamic);
-  wv->arpEntryIs(k, Lanx::EthAddr(0, 0, 7));
-  wv->arpEntryDel(k);
+  wv->arpEntryIs(vip(7, "10.0.0.7", Arp::ArpSourceId::dynamic), Lanx::EthAddr(0, 0, 7));
+  wv->arpEntryDel(vip(7, "10.0.0.7", Arp::ArpSourceId::dynamic));
   EXPECT_EQ(withVlan(*pair.localS), Tables{});
   EXPECT_TRUE(traced("SecondarySm::ArpStatusWithVlanSm(blue)::handlePeerArpEntryWithVlan() del VRF blue"));
 }
@@ -231,13 +194,13 @@ TEST_F(ArpTest, SecondaryOneKeyFormsAndTheLastRow) {
 // applier reads no peer table, so the row goes and nothing is added; the VRF then goes.
 TEST_F(ArpTest, SecondaryLateNotificationAfterTheVrfLeftReadsAnEmptyTable) {
   auto table = pair.recvS->arpStatusIs(L3::VrfName("red"));
-  table->arpEntryIs(Arp::ArpEntry(Lanx::IpAddr(10, 0, 0, 1), {0, 0, 1}));
-  table->arpEntryIs(Arp::ArpEntry(Lanx::IpAddr(10, 0, 0, 2), {0, 0, 2}));
+  table->arpEntryIs(entry("10.0.0.1", 1));
+  table->arpEntryIs(entry("10.0.0.2", 2));
   Tables atLate;
   TestSupport::PublicationRecorder writer(*pair.recvS, [&](TestSupport::PublicationRecorder::Publication const& p) {
     if (p.field != Status::arpStatusField) return;
     table->arpEntryDel(Lanx::IpAddr(10, 0, 0, 1));
-    table->arpEntryIs(Arp::ArpEntry(Lanx::IpAddr(10, 0, 0, 3), {0, 0, 3}));
+    table->arpEntryIs(entry("10.0.0.3", 3));
     atLate = withVlan(*pair.localS);
   });
   auto s = pair.secondary();
@@ -255,8 +218,7 @@ TEST(ArpTraceTest, ARowKeyDecodesToItsTextForm) {
   text.levelMaskIs(1u << 6);
   Vok::TraceCapture capture;
   for (auto const& k :
-       {Mlag::VlanIpSource(Bridging::VlanIdOrNone(4094), Lanx::IpGenAddr::parse("2001:db8::1"), Arp::ArpSourceId::evpn),
-        Mlag::VlanIpSource(Bridging::VlanIdOrNone(), Lanx::IpAddr(10, 0, 0, 1), Arp::ArpSource(std::uint8_t{7}))}) {
+       {vip(4094, "2001:db8::1", Arp::ArpSourceId::evpn), vip(0, "10.0.0.1", Arp::ArpSource(std::uint8_t{7}))}) {
     DUAL_LOG(rl.get(), &text, 6, " add {key}", k);
   }
   std::vector<std::string> const expected{" add vlanId: 4094, ipAddr: 2001:db8::1, arpSource: evpn",

@@ -26,6 +26,13 @@ inline Arp::InputConfigKey key(std::uint32_t vlan, char const* addr) {
   return Arp::InputConfigKey(Lanx::IntfId("Vlan" + std::to_string(vlan)), Lanx::IpGenAddr::parse(addr));
 }
 
+inline Mlag::VlanIpSource vip(std::uint16_t vlan, char const* addr, Arp::ArpSource source) {
+  return Mlag::VlanIpSource(Bridging::VlanIdOrNone(vlan), Lanx::IpGenAddr::parse(addr), source);
+}
+inline Arp::ArpEntry entry(char const* addr, std::uint16_t mac) {
+  return Arp::ArpEntry(Lanx::IpGenAddr::parse(addr).v4Addr(), Lanx::EthAddr(0, 0, mac));
+}
+
 // Writes an input row in the collection of its family; stateCode 1 marks it not to be published.
 inline void rowIs(Arp::InputConfig& in, char const* vrf, Arp::InputConfigKey const& k, std::uint16_t mac,
                   std::uint8_t stateCode = 0, std::uint8_t kind = 1) {
