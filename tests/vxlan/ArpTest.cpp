@@ -52,11 +52,7 @@ void rowIs(Arp::InputConfig& in, char const* vrf, Arp::InputConfigKey const& k, 
            std::uint8_t stateCode = 0, std::uint8_t kind = 1) {
   auto v = in.vrfIs(L3::VrfName(vrf));
   Arp::InputConfigEntry e(k, Lanx::EthAddr(0, 0, mac), kind, stateCode);
-  if (k.addr().isV6()) {
-    v->ipv6Is(e);
-  } else {
-    v->ipv4Is(e);
-  }
+  k.addr().isV6() ? v->ipv6Is(e) : v->ipv4Is(e);
 }
 
 Tables byVrf(Status const& s) {
@@ -152,8 +148,6 @@ struct Pair {
   }
 };
 
-using ::testing::Contains;
-using ::testing::Not;
 using Rows = std::map<std::string, std::string>;
 
 std::string const mac1 = "00:00:00:00:00:01", mac2 = "00:00:00:00:00:02", mac3 = "00:00:00:00:00:03";
