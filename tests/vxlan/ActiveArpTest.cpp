@@ -1,19 +1,21 @@
 // Active ARP: the enable logic, the filtered copies of remote, local and local IP/MAC entries,
-// the protections (entries the far end holds, loops, entries in use), the SVI re-evaluation, the
-// loss of a VTI, and the container's two active ARP children.
+// the protections (entries the far end holds, loops, entries in use), the SVI re-evaluation and
+// the loss of a VTI; and the level-triggered property: after any sequence of changes of the
+// copied table and of the configuration, the output is what a freshly built copy makes of the
+// final inputs.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <rapidcheck.h>
+#include <rapidcheck/gtest.h>
 
 #include <algorithm>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "Vxlan/SmContainer.h"
-#include "support/RingLogDir.h"
 #include "vxlan/ActiveArpTestSupport.h"
-#include "vxlan/PublicationRecorder.h"
 #include "vxlan/VlanVniTestSupport.h"
 
 namespace {
@@ -21,8 +23,7 @@ namespace {
 using namespace ActiveArpTest;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-
-MLAGVXLAN_TEST_RINGLOGDIR();
+using ::testing::IsEmpty;
 
 template <class T>
 std::string str(T const& v) {
@@ -30,17 +31,32 @@ std::string str(T const& v) {
   os << v;
   return os.str();
 }
+// `pattern` with "{key}" as the key's trace text and "{k}" as its form in text(table).
+std::string sub(std::string pattern, Vxlan::VlanIpPair const& k) {
+  for (auto const& [from, to] : {std::pair<std::string, std::string>{"{key}", str(k)},
+                                 {"{k}", std::to_string(k.vlanId()) + "/" + str(k.ipAddr())}}) {
+    for (auto at = pattern.find(from); at != std::string::npos; at = pattern.find(from)) {
+      pattern.replace(at, from.size(), to);
+    }
+  }
+  return pattern;
+}
 
-Lanx::IntfId const vx1("Vxlan1");
-Lanx::IntfId const vx2("Vxlan2");
 Lanx::EthAddr const macA = mac("02:00:00:00:00:0a");
 Lanx::EthAddr const macB = mac("02:00:00:00:00:0b");
+std::string const vti = "ActiveArpP2pSm::VokVtiStatus(Vx1)::";
 
 class ActiveArp : public VlanVniTest::LiveNodesTest {
  protected:
   void releaseAll() override { held.reset(); }
   MlagVxlan::ActiveArpP2pSm::NestedSm_VtiStatus& nested(MlagVxlan::ActiveArpP2pSm const& sm) {
-    return *sm.vtiStatus(vx1);
+    return *sm.vtiStatus(Lanx::IntfId("Vxlan1"));
+  }
+  // The captured lines as "level|text".
+  std::vector<std::string> leveled() {
+    std::vector<std::string> out;
+    for (auto const& l : trace.takeLines()) out.push_back(std::to_string(l.level) + "|" + l.text);
+    return out;
   }
 
   std::optional<Copy> held{std::in_place};
@@ -48,57 +64,54 @@ class ActiveArp : public VlanVniTest::LiveNodesTest {
   VlanVniTest::TraceOn trace;
 };
 
-// ---- the paths of localIpMac, row by row ----
+// ---- the paths of localIpMac and remoteIp, row by row ----
 
 enum class Filter { l2Learning, selective, anyVlanOnly, none };
 enum class Rx { none, noKey, sameMac, otherMac };
-enum class Out { broadcast, unchanged, inputMac, deleted, localIpTrue, localIpDeleted };
-
-struct PathRow {
-  bool capable;
-  std::optional<Lanx::EthAddr> input;
-  Filter filter;
-  Rx rx;
-  bool loopCapable;
-  Out out;
-  std::string trace;
-};
 
 TEST_F(ActiveArp, LocalIpMacFollowsEachRowOfThePathTable) {
-  Lanx::EthAddr const sentinel = mac("02:00:00:00:00:99");
-  std::vector<PathRow> const rows{
-      {true, macA, Filter::l2Learning, Rx::sameMac, true, Out::broadcast,
+  struct Row {
+    bool capable;
+    std::optional<Lanx::EthAddr> input;
+    Filter filter;
+    Rx rx;
+    std::optional<bool> loopCapable;  // none: no destVxStatus at all
+    std::string out, trace;
+  };
+  // Before the key's turn the output holds values no handler writes: L and S.
+  std::string const L = "local {k}=false\n", S = "mac {k} 02:00:00:00:00:99\n", A = "mac {k} 02:00:00:00:00:0a\n";
+  std::string const notAddingMac =
+                        " Not adding new key to localIpMac {key} mac 02:00:00:00:00:0a as entry already in rx "
+                        "dest state",
+                    addingA = " Adding new key to localIpMac {key} mac 02:00:00:00:00:0a",
+                    delMac = " Del existing key from localIpMac {key} mac 02:00:00:00:00:99",
+                    addingIp = " Adding new key to localIp {key} mac 0.0.0",
+                    delIp = " Del existing`key from localIp {key} mac 0.0.0";
+  std::vector<Row> const rows{
+      {true, macA, Filter::l2Learning, Rx::sameMac, true, L + "mac {k} ff:ff:ff:ff:ff:ff\n",
        " Loop detection: writing broadcast MAC for {key} (was 02:00:00:00:00:0a)"},
-      {true, macA, Filter::selective, Rx::sameMac, false, Out::unchanged,
-       " Not adding new key to localIpMac {key} mac 02:00:00:00:00:0a as entry already in rx dest state"},
-      {true, macA, Filter::l2Learning, Rx::none, true, Out::inputMac,
-       " Adding new key to localIpMac {key} mac 02:00:00:00:00:0a"},
-      {true, macA, Filter::selective, Rx::noKey, false, Out::inputMac,
-       " Adding new key to localIpMac {key} mac 02:00:00:00:00:0a"},
-      {true, macA, Filter::l2Learning, Rx::otherMac, true, Out::inputMac,
-       " Adding new key to localIpMac {key} mac 02:00:00:00:00:0a"},
-      {true, zeroMac, Filter::selective, Rx::none, false, Out::inputMac,
+      {true, macA, Filter::selective, Rx::sameMac, false, L + S, notAddingMac},
+      {true, macA, Filter::l2Learning, Rx::sameMac, std::nullopt, L + S, notAddingMac},
+      {true, macA, Filter::l2Learning, Rx::none, true, L + A, addingA},
+      {true, macA, Filter::selective, Rx::noKey, false, L + A, addingA},
+      {true, macA, Filter::l2Learning, Rx::otherMac, true, L + A, addingA},
+      {true, zeroMac, Filter::selective, Rx::none, false, L + "mac {k} 00:00:00:00:00:00\n",
        " Adding new key to localIpMac {key} mac 00:00:00:00:00:00"},
-      {true, macA, Filter::anyVlanOnly, Rx::sameMac, true, Out::unchanged,
+      {true, macA, Filter::anyVlanOnly, Rx::sameMac, true, L + S,
        " Not deleting from localIpMac key {key} mac 02:00:00:00:00:99 as the input entry is still local without SVI "
        "check (L2->L3)"},
-      {true, macA, Filter::none, Rx::sameMac, true, Out::deleted,
-       " Del existing key from localIpMac {key} mac 02:00:00:00:00:99"},
-      {true, std::nullopt, Filter::l2Learning, Rx::sameMac, true, Out::deleted,
-       " Del existing key from localIpMac {key} mac 02:00:00:00:00:99"},
-      {false, macA, Filter::selective, Rx::otherMac, true, Out::unchanged,
+      {true, macA, Filter::none, Rx::sameMac, true, L, delMac},
+      {true, std::nullopt, Filter::l2Learning, Rx::sameMac, true, L, delMac},
+      {false, macA, Filter::selective, Rx::otherMac, true, L + S,
        " Not adding new key to localIp {key} mac 0.0.0 as entry already in rx dest state"},
-      {false, macA, Filter::selective, Rx::noKey, true, Out::localIpTrue, " Adding new key to localIp {key} mac 0.0.0"},
-      {false, macA, Filter::selective, Rx::none, false, Out::localIpTrue, " Adding new key to localIp {key} mac 0.0.0"},
-      {false, zeroMac, Filter::selective, Rx::noKey, true, Out::localIpDeleted,
-       " Del existing`key from localIp {key} mac 0.0.0"},
-      {false, std::nullopt, Filter::selective, Rx::noKey, true, Out::localIpDeleted,
-       " Del existing`key from localIp {key} mac 0.0.0"},
-      {false, macA, Filter::none, Rx::sameMac, true, Out::localIpDeleted,
-       " Del existing`key from localIp {key} mac 0.0.0"},
+      {false, macA, Filter::selective, Rx::noKey, true, "local {k}\n" + S, addingIp},
+      {false, macA, Filter::selective, Rx::none, false, "local {k}\n" + S, addingIp},
+      {false, zeroMac, Filter::selective, Rx::noKey, true, S, delIp},
+      {false, std::nullopt, Filter::selective, Rx::noKey, true, S, delIp},
+      {false, macA, Filter::none, Rx::sameMac, true, S, delIp},
   };
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    PathRow const& row = rows[i];
+    Row const& row = rows[i];
     SCOPED_TRACE(::testing::Message() << "row " << i);
     copy = Copy();
     // Unicast passes selective install; a multicast address only L2 learning, which checks no kind.
@@ -108,54 +121,62 @@ TEST_F(ActiveArp, LocalIpMacFollowsEachRowOfThePathTable) {
     copy.l2Vpn->l2LearningSwitch1Is(row.filter == Filter::l2Learning || row.filter == Filter::anyVlanOnly);
     if (row.filter == Filter::l2Learning) copy.config->validSviIs(Bridging::VlanIdOrNone(10), true);
     copy.dest->l2LearningCapableIs(row.capable);
-    copy.destVx->loopDetectionCapableIs(row.loopCapable);
+    if (row.loopCapable) {
+      copy.destVx->loopDetectionCapableIs(*row.loopCapable);
+    } else {
+      copy.destVx = nullptr;
+    }
     if (row.rx == Rx::sameMac) copy.rx->localIpMacIs(k, row.input.value_or(macA));
     if (row.rx == Rx::otherMac) copy.rx->localIpMacIs(k, macB);
     if (row.input) copy.in->localIpMacIs(k, *row.input);
     auto sm = copy.make(row.rx != Rx::none);
-    // What stood in the output before this key's turn: a value no handler writes.
-    copy.out->localIpMacIs(k, sentinel);
+    copy.out->localIpMacIs(k, mac("02:00:00:00:00:99"));
     copy.out->localIpIs(k, false);
     (void)trace.take();
-
     nested(*sm).handleLocalIpMac(k);
-
-    std::string expectedTrace = row.trace;
-    expectedTrace.replace(expectedTrace.find("{key}"), 5, str(k));
-    EXPECT_THAT(trace.take(), Contains(expectedTrace));
-    std::optional<Lanx::EthAddr> const macOut =
-        copy.out->localIpMacHas(k) ? std::optional(copy.out->localIpMac(k)) : std::nullopt;
-    std::optional<bool> const ipOut = copy.out->localIpHas(k) ? std::optional(copy.out->localIp(k)) : std::nullopt;
-    switch (row.out) {
-      case Out::broadcast:
-        EXPECT_EQ(macOut, Lanx::EthAddr::broadcast());
-        break;
-      case Out::unchanged:
-        EXPECT_EQ(macOut, sentinel);
-        EXPECT_EQ(ipOut, false);
-        break;
-      case Out::inputMac:
-        EXPECT_EQ(macOut, row.input);
-        break;
-      case Out::deleted:
-        EXPECT_EQ(macOut, std::nullopt);
-        break;
-      case Out::localIpTrue:
-        EXPECT_EQ(ipOut, true);
-        break;
-      case Out::localIpDeleted:
-        EXPECT_EQ(ipOut, std::nullopt);
-        break;
-    }
-    if (row.out != Out::unchanged) {
-      // The other collection is not this path's.
-      if (row.capable) {
-        EXPECT_EQ(ipOut, false);
-      } else {
-        EXPECT_EQ(macOut, sentinel);
-      }
-    }
+    EXPECT_THAT(trace.take(), Contains(sub(row.trace, k)));
+    EXPECT_EQ(text(*copy.out), sub(row.out, k));
   }
+}
+
+// The one-key form traces only its decision; the far end's entry, whatever its value, stops both
+// the write and the removal of a wanted key, but not of an unwanted one.
+TEST_F(ActiveArp, RemoteIpCopiesWhatSelectiveInstallPassesUnlessTheFarEndHoldsIt) {
+  std::string const add = "6| " + vti + "handleRemoteArp Add remote IP {key}",
+                    del = "6| " + vti + "handleRemoteArp Del remote IP {key}",
+                    held = "6| Not adding new key to remoteIp {key} as entry already in rx dest state";
+  struct Row {
+    std::optional<bool> input;
+    bool unicast, inRx, before, after;
+    std::string line;
+  };
+  for (auto const& row : {Row{true, true, false, false, true, add}, Row{true, true, true, true, true, held},
+                          Row{true, true, true, false, false, held}, Row{false, true, false, true, false, del},
+                          Row{true, false, true, true, false, del}, Row{std::nullopt, true, true, true, false, del}}) {
+    SCOPED_TRACE(row.line);
+    copy = Copy();
+    copy.config->arpSelectiveInstallIs(true);
+    auto const k = key(10, row.unicast ? "10.0.0.5" : "224.0.0.5");
+    if (row.inRx) copy.rx->remoteIpIs(k, false);
+    if (row.input) copy.in->remoteIpIs(k, *row.input);
+    auto sm = copy.make();
+    row.before ? copy.out->remoteIpIs(k, true) : (void)copy.out->remoteIpDel(k);
+    (void)trace.take();
+    nested(*sm).handleRemoteArp(k);
+    EXPECT_THAT(leveled(), ElementsAre(sub(row.line, k)));
+    EXPECT_EQ(copy.out->remoteIpHas(k), row.after);
+  }
+  // The all-keys form keeps a key the input has with any value, then its one-key pass drops it.
+  auto const stale = key(1, "10.0.0.8"), off = key(10, "10.0.0.5");
+  copy.in->remoteIpIs(off, false);
+  auto sm = copy.make();
+  copy.out->remoteIpIs(stale, true);
+  copy.out->remoteIpIs(off, true);
+  (void)trace.take();
+  nested(*sm).handleRemoteArp();
+  EXPECT_THAT(leveled(), ElementsAre("5|" + vti + "handleRemoteArp()", sub("6| Del remote IP {key}", stale),
+                                     sub(del, off), "5|" + vti + "handleRemoteArp() return"));
+  EXPECT_EQ(text(*copy.out), "");
 }
 
 // ---- the enable logic ----
@@ -166,11 +187,16 @@ TEST_F(ActiveArp, AnyOneSwitchEnablesAndTheirLossEmptiesAllButTheCapability) {
   copy.in->arpSelectiveInstallIs(true);
   copy.in->l2LearningCapableIs(true);
   auto sm = copy.make();
-  EXPECT_EQ(text(*copy.out), "") << "disabled: nothing written";
-  EXPECT_EQ(trace.take(), std::vector<std::string>{"ActiveArpP2pSm::VokVtiStatus(Vx1)::handleInitialized()"});
+  EXPECT_EQ(trace.take(), std::vector<std::string>{vti + "handleInitialized()"});
+  // A disabled copy's handlers do nothing, and say nothing.
   copy.in->arpSelectiveInstallIs(false);
   copy.in->arpSelectiveInstallIs(true);
-  EXPECT_EQ(text(*copy.out), "") << "a handler of a disabled copy writes nothing";
+  copy.in->remoteIpIs(key(10, "10.0.0.3"), true);
+  copy.config->validSviIs(Bridging::VlanIdOrNone(10), true);
+  copy.config->validSvi6Is(Bridging::VlanIdOrNone(10), true);
+  EXPECT_EQ(text(*copy.out), "");
+  EXPECT_THAT(trace.take(), IsEmpty());
+  copy.in->remoteIpDel(key(10, "10.0.0.3"));
 
   std::string const enabled = "local 10/10.0.0.2\nremote 10/10.0.0.1\nselective\ncapable\n";
   for (int which = 0; which < 3; ++which) {
@@ -185,17 +211,10 @@ TEST_F(ActiveArp, AnyOneSwitchEnablesAndTheirLossEmptiesAllButTheCapability) {
   EXPECT_EQ(text(*copy.out), "capable\n") << "the capability the far end was told stays";
   EXPECT_FALSE(nested(*sm).initialized());
 
-  copy.config->arpSelectiveInstall2Is(true);
   copy.config->arpSelectiveInstallIs(true);
-  (void)trace.take();
-  copy.config->arpSelectiveInstall2Is(false);  // counts like the first switch: a full pass again
-  auto lines = trace.take();
-  EXPECT_EQ(lines.front(), "ActiveArpP2pSm::VokVtiStatus(Vx1)::handleInitialized()");
-  EXPECT_EQ(lines.back(), "ActiveArpP2pSm::VokVtiStatus(Vx1)::handleInitialized() return");
-  // Not in localIp: deleted by the local pass, then written again by the local IP/MAC pass.
-  auto const at = [&](std::string const& l) { return std::find(lines.begin(), lines.end(), l) - lines.begin(); };
-  EXPECT_LT(at(" Deleting from localIp, key " + str(key(10, "10.0.0.2"))),
-            at(" Adding new key to localIp " + str(key(10, "10.0.0.2")) + " mac 0.0.0"));
+  copy.out->remoteIpDelAll();
+  copy.config->arpSelectiveInstall2Is(true);  // counts like the first switch: a full pass again
+  EXPECT_EQ(text(*copy.out), enabled);
   sm = nullptr;
   EXPECT_EQ(text(*copy.out), "capable\n") << "the copy's end withdraws what it wrote";
 }
@@ -210,17 +229,13 @@ TEST_F(ActiveArp, CapabilityFlipsRebuildTheLocalOutputs) {
   auto sm = copy.make();
   EXPECT_EQ(text(*copy.out), "local 10/10.0.0.1\n")
       << "the far end holds 10.0.0.2, and the all-keys pass keeps only what localIpMac has";
-
   copy.dest->l2LearningCapableIs(true);
   EXPECT_EQ(text(*copy.out),
-            "local 10/10.0.0.1\nmac 10/10.0.0.1 02:00:00:00:00:0a\n"
-            "mac 10/10.0.0.2 ff:ff:ff:ff:ff:ff\n")
+            "local 10/10.0.0.1\nmac 10/10.0.0.1 02:00:00:00:00:0a\nmac 10/10.0.0.2 ff:ff:ff:ff:ff:ff\n")
       << "gaining capability leaves localIp as it stands, and localIpMac has the last word";
-
   copy.in->localIpIs(key(30, "10.0.0.4"), true);
   EXPECT_EQ(copy.out->localIpMac(key(30, "10.0.0.4")), zeroMac) << "a capable far end gets a zero MAC";
   EXPECT_FALSE(copy.out->localIpHas(key(30, "10.0.0.4")));
-
   copy.dest->l2LearningCapableIs(false);
   EXPECT_EQ(text(*copy.out), "local 10/10.0.0.1\n")
       << "losing it clears localIpMac, the broadcast entry too, and rebuilds localIp";
@@ -272,42 +287,36 @@ TEST_F(ActiveArp, AnSviChangeRedoesOnlyTheKeysOfItsVlanAndFamily) {
   for (auto const& k : {m4, m6, other}) copy.in->localIpMacIs(k, macB);
   auto sm = copy.make();
   (void)trace.take();
-
   copy.config->validSvi6Is(Bridging::VlanIdOrNone(10), false);
   EXPECT_THAT(trace.take(),
-              ElementsAre("ActiveArpP2pSm::VokVtiStatus(Vx1)::handleValidSviList() vlan 10 af ipv6",
-                          "ActiveArpP2pSm::VokVtiStatus(Vx1)::handleLocalIpMac(" + str(m6) + ")",
+              ElementsAre(vti + "handleValidSviList() vlan 10 af ipv6", vti + "handleLocalIpMac(" + str(m6) + ")",
                           " Dest is l2-learning capable - update for both l2-learning and selective-install",
                           " Not deleting from localIpMac key " + str(m6) +
                               " mac 02:00:00:00:00:0b as the input entry is still local without SVI check (L2->L3)",
-                          "ActiveArpP2pSm::VokVtiStatus(Vx1)::handleLocalIpMac(" + str(m6) + ") return",
-                          "ActiveArpP2pSm::VokVtiStatus(Vx1)::handleValidSviList() vlan 10 af ipv6 return"));
+                          vti + "handleLocalIpMac(" + str(m6) + ") return",
+                          vti + "handleValidSviList() vlan 10 af ipv6 return"));
   copy.l2Vpn->l2LearningSwitch2Is(true);  // a full pass removes what the SVI check refuses
   EXPECT_EQ(text(*copy.out), "mac 10/224.0.0.5 02:00:00:00:00:0b\nmac 20/ff02::5 02:00:00:00:00:0b\n");
-
   copy.dest->l2LearningCapableIs(false);
   (void)trace.take();
   copy.config->validSviIs(Bridging::VlanIdOrNone(10), false);
-  EXPECT_THAT(trace.take(), ElementsAre("ActiveArpP2pSm::VokVtiStatus(Vx1)::handleValidSviList() vlan 10 af ipv4",
-                                        " Dest is not l2-learning capable, return"));
+  EXPECT_THAT(trace.take(),
+              ElementsAre(vti + "handleValidSviList() vlan 10 af ipv4", " Dest is not l2-learning capable, return"));
 }
-
-// ---- VTIs ----
 
 TEST_F(ActiveArp, TheLossOfOneVtiEmptiesTheOutputUntilAnotherRunsAgain) {
   copy.config->arpSelectiveInstallIs(true);
-  copy.vtiDir->vtiStatusDel(vx1);
+  copy.vtiDir->vtiStatusDel(Lanx::IntfId("Vxlan1"));
   copy.out->remoteIpIs(key(1, "10.0.0.8"), true);
   copy.in->remoteIpIs(key(10, "10.0.0.1"), true);
   auto sm = copy.make();
   EXPECT_EQ(sm->vtiStatusCount(), 0u);
   EXPECT_EQ(text(*copy.out), "remote 1/10.0.0.8\n") << "no VTI: the output is not touched";
-
-  copy.vtiDir->vtiStatusIs(vx1);
-  copy.vtiDir->vtiStatusIs(vx2);
+  copy.vtiDir->vtiStatusIs(Lanx::IntfId("Vxlan1"));
+  copy.vtiDir->vtiStatusIs(Lanx::IntfId("Vxlan2"));
   EXPECT_EQ(sm->vtiStatusCount(), 2u);
   EXPECT_EQ(text(*copy.out), "remote 10/10.0.0.1\n");
-  copy.vtiDir->vtiStatusDel(vx2);
+  copy.vtiDir->vtiStatusDel(Lanx::IntfId("Vxlan2"));
   EXPECT_EQ(text(*copy.out), "") << "the going VTI withdraws also what the other one wrote";
   EXPECT_THAT(trace.take(), Contains("ActiveArpP2pSm::VokVtiStatus(Vx2)::doCleanup()"));
   copy.in->remoteIpIs(key(10, "10.0.0.2"), true);
@@ -316,33 +325,64 @@ TEST_F(ActiveArp, TheLossOfOneVtiEmptiesTheOutputUntilAnotherRunsAgain) {
   EXPECT_EQ(text(*copy.out), "remote 10/10.0.0.1\nremote 10/10.0.0.2\n");
 }
 
-// ---- the container ----
+// ---- the property ----
+//
+// Left out, as the handlers keep them on purpose: localIp input (its entries are written by one
+// handler and removed by the next pass), a flip of the far end's capability (it leaves localIp
+// entries behind), changes of the SVI lists and of what the far end holds (no re-evaluation
+// follows them), and a far end without loop detection (a same-MAC entry keeps what stood).
 
-TEST_F(ActiveArp, ContainerHoldsBothDirectionsAndEndsThemBeforeTheFloodLists) {
-  auto c = MlagVxlan::smContainerFactory("vxlan");
-  copy.config->arpSelectiveInstallIs(true);
-  copy.in->remoteIpIs(key(10, "10.0.0.1"), true);
-  auto back = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  EXPECT_EQ(c->activeArpP2pToCorestateSmDel(), nullptr);
-  auto toCore = c->activeArpP2pToCorestateSmIs(copy.vtiDir, copy.l2Vpn, copy.config, copy.in, copy.out, copy.dest,
-                                               copy.rx, copy.destVx, "toCore");
-  EXPECT_EQ(c->activeArpP2pToCorestateSmIs(copy.vtiDir, copy.l2Vpn, copy.config, copy.in, copy.out, copy.dest, copy.rx,
-                                           copy.destVx, "toCore"),
-            toCore);
-  toCore = nullptr;
-  c->activeArpCorestateToP2pSmIs(copy.vtiDir, copy.l2Vpn, copy.config, copy.out, back, copy.dest, copy.rx, copy.destVx,
-                                 "toP2p");
-  EXPECT_EQ(text(*back), "remote 10/10.0.0.1\n") << "the second copy reads what the first wrote";
-  c->vcsSdeCorestateToP2pSmIs(nullptr, nullptr, "sde");
+// A choice among a few values, all of them from the first case on (a plain generator's range
+// grows with the size of the case).
+template <class Gen>
+auto pick(Gen gen) {
+  return *rc::gen::resize(100, std::move(gen));
+}
 
-  std::vector<Brix::FieldId> ended;
-  TestSupport::PublicationRecorder rec(*c, [&](auto const& p) { ended.push_back(p.field); });
-  c = nullptr;
-  using C = MlagVxlan::SmContainer;
-  EXPECT_THAT(ended, ElementsAre(C::activeArpP2pToCorestateSmField, C::activeArpCorestateToP2pSmField,
-                                 C::vcsSdeCorestateToP2pSmField));
-  EXPECT_EQ(text(*copy.out), "");
-  EXPECT_EQ(text(*back), "");
+Vxlan::VlanIpPair anyKey() {
+  // VLAN 20 has no SVI: there only selective install can pass an address.
+  return key(pick(rc::gen::element<std::uint16_t>(10, 20)),
+             pick(rc::gen::element<std::string>("10.0.0.1", "224.0.0.5", "2001:db8::1")));
+}
+
+void change(Copy& c) {
+  // Mostly entries; a flip of a switch re-evaluates everything, now and then.
+  int const n = pick(rc::gen::inRange(0, 25));
+  if (n == 0) return c.config->arpSelectiveInstallIs(!c.config->arpSelectiveInstall());
+  if (n == 1) return c.l2Vpn->l2LearningSwitch1Is(!c.l2Vpn->l2LearningSwitch1());
+  if (n == 2) return c.l2Vpn->l2LearningSwitch2Is(!c.l2Vpn->l2LearningSwitch2());
+  if (n == 3) return c.in->arpSelectiveInstallIs(!c.in->arpSelectiveInstall());
+  if (n == 4) return c.in->l2LearningCapableIs(!c.in->l2LearningCapable());
+  if (n == 5) return (void)c.in->remoteIpDel(anyKey());
+  if (n <= 8) return c.in->remoteIpIs(anyKey(), *rc::gen::arbitrary<bool>());
+  if (n <= 10) return (void)c.in->localIpMacDel(anyKey());
+  c.in->localIpMacIs(anyKey(), pick(rc::gen::element(macA, macB, zeroMac)));
+}
+
+RC_GTEST_PROP(ActiveArpProperty, TheOutputEndsWhereAFreshCopyStarts, ()) {
+  auto const baseline = Brix::Node::liveCount();
+  {
+    Copy c;
+    for (auto vlan : {1, 10}) {
+      c.config->validSviIs(Bridging::VlanIdOrNone(vlan), true);
+      c.config->validSvi6Is(Bridging::VlanIdOrNone(vlan), true);
+    }
+    c.l2Vpn->l2LearningSwitch1Is(true);  // mostly enabled: the switches flip rarely
+    c.dest->l2LearningCapableIs(*rc::gen::arbitrary<bool>());
+    c.destVx->loopDetectionCapableIs(true);
+    c.rx->remoteIpIs(key(10, "10.0.0.1"), true);
+    c.rx->localIpMacIs(key(10, "10.0.0.1"), macA);
+    c.rx->localIpMacIs(key(20, "2001:db8::1"), macB);
+    for (int n = *rc::gen::inRange(0, 10); n > 0; --n) change(c);
+    auto sm = c.make();
+    for (int n = *rc::gen::inRange(0, 60); n > 0; --n) change(c);
+    auto freshOut = Brix::newNode<Vxlan::ActiveArpIpTable>();
+    auto fresh = c.make(freshOut);
+    // A disabled copy leaves the capability it last told; a fresh one never told any.
+    bool const enabled = fresh->vtiStatus(Lanx::IntfId("Vxlan1"))->initialized();
+    RC_ASSERT(text(*c.out, enabled) == text(*freshOut, enabled));
+  }
+  RC_ASSERT(Brix::Node::liveCount() == baseline);
 }
 
 }  // namespace

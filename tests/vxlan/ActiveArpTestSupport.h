@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "Vxlan/ActiveArpP2pSm.h"
 #include "entities/Mlag/VxlanStatus.h"
@@ -24,22 +25,21 @@ inline Lanx::EthAddr const zeroMac;
 // "remote vlan/addr[=false]", "local ...", "mac vlan/addr mac" per entry, sorted, then the flags.
 inline std::string text(Vxlan::ActiveArpIpTable const& t, bool withCapability = true) {
   std::set<std::string> lines;
-  auto keyText = [](Vxlan::VlanIpPair const& k) {
-    std::ostringstream os;
-    os << k.vlanId() << '/' << k.ipAddr();
-    return os.str();
+  auto add = [&](char const* kind, auto it) {
+    for (; !it.done(); it.advance()) {
+      std::ostringstream os;
+      os << kind << ' ' << it->key.vlanId() << '/' << it->key.ipAddr();
+      if constexpr (std::is_same_v<std::decay_t<decltype(it->value)>, bool>) {
+        os << (it->value ? "" : "=false");
+      } else {
+        os << ' ' << it->value;
+      }
+      lines.insert(os.str());
+    }
   };
-  for (auto it = t.remoteIpIter(); !it.done(); it.advance()) {
-    lines.insert("remote " + keyText(it->key) + (it->value ? "" : "=false"));
-  }
-  for (auto it = t.localIpIter(); !it.done(); it.advance()) {
-    lines.insert("local " + keyText(it->key) + (it->value ? "" : "=false"));
-  }
-  for (auto it = t.localIpMacIter(); !it.done(); it.advance()) {
-    std::ostringstream os;
-    os << it->value;
-    lines.insert("mac " + keyText(it->key) + " " + os.str());
-  }
+  add("remote", t.remoteIpIter());
+  add("local", t.localIpIter());
+  add("mac", t.localIpMacIter());
   std::string out;
   for (auto const& l : lines) out += l + "\n";
   if (t.arpSelectiveInstall()) out += "selective\n";
@@ -51,11 +51,11 @@ inline std::string text(Vxlan::ActiveArpIpTable const& t, bool withCapability = 
 struct Copy {
   Brix::Ptr<Vxlan::VtiStatusDir> vtiDir = Brix::newNode<Vxlan::VtiStatusDir>();
   Brix::Ptr<Routing::L2Vpn::Config> l2Vpn = Brix::newNode<Routing::L2Vpn::Config>();
-  Brix::Ptr<Vxlan::ActiveArpIpTable> config = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  Brix::Ptr<Vxlan::ActiveArpIpTable> in = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  Brix::Ptr<Vxlan::ActiveArpIpTable> out = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  Brix::Ptr<Vxlan::ActiveArpIpTable> dest = Brix::newNode<Vxlan::ActiveArpIpTable>();
-  Brix::Ptr<Vxlan::ActiveArpIpTable> rx = Brix::newNode<Vxlan::ActiveArpIpTable>();
+  Brix::Ptr<Vxlan::ActiveArpIpTable> config = Brix::newNode<Vxlan::ActiveArpIpTable>(),
+                                     in = Brix::newNode<Vxlan::ActiveArpIpTable>(),
+                                     out = Brix::newNode<Vxlan::ActiveArpIpTable>(),
+                                     dest = Brix::newNode<Vxlan::ActiveArpIpTable>(),
+                                     rx = Brix::newNode<Vxlan::ActiveArpIpTable>();
   Brix::Ptr<Mlag::VxlanStatus> destVx = Brix::newNode<Mlag::VxlanStatus>();
 
   Copy() { vtiDir->vtiStatusIs(Lanx::IntfId("Vxlan1")); }

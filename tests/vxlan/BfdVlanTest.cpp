@@ -1,0 +1,586 @@
+// BFD state and shared dynamic VLANs between the roles: the secondary's rebuilds and kept keys,
+// the primary's children per BFD peer and its reactors per VTEP status entry, the order of the
+// roles' handlers; the primary following the peer's shared VLANs, and the secondary keeping its
+// set from the VLAN configuration by either input, with damage in the flat table.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Vxlan/PrimarySm.h"
+#include "Vxlan/SecondarySm.h"
+#include "Vxlan/Trace.h"
+#include "entities/Bfd/StatusPeer.h"
+#include "entities/Bridging/Config.h"
+#include "entities/Mlag/Status.h"
+#include "entities/Mlag/VxlanStatus.h"
+#include "entities/VxlanController/VtepStatus.h"
+#include "vxlan/PublicationRecorder.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Status = Mlag::VxlanStatus;
+using Row = VxlanController::BfdPeerStatusV2;
+using VlanSet = std::set<std::uint16_t>;
+// Key to value, both as their text forms.
+using Snapshot = std::map<std::string, std::string>;
+
+template <class T>
+std::string text(T const& v) {
+  std::ostringstream os;
+  os << v;
+  return os.str();
+}
+
+template <class Iter>
+Snapshot rowsOf(Iter it) {
+  Snapshot out;
+  for (; !it.done(); it.advance()) out[text(it.currNodeNonStale().key)] = text(it.currNodeNonStale().value);
+  return out;
+}
+Snapshot rows(Status const& s, bool mlag) {
+  return mlag ? rowsOf(s.mlagBfdPeerStatusIter()) : rowsOf(s.bfdPeerStatusIter());
+}
+Snapshot rows(VxlanController::VtepStatusV2 const& e) { return rowsOf(e.bfdPeerStatusIter()); }
+Snapshot vxlanBfd(Status const& s) {
+  Snapshot out;
+  for (auto it = s.allVxlanBfdPeerStatusIter(); !it.done(); it.advance()) {
+    out[text(it.currNodeNonStale().key)] = text(it.currNodeNonStale().value->operState());
+  }
+  return out;
+}
+VlanSet shared(Status const& s) {
+  VlanSet out;
+  for (auto it = s.sharedDynVlanIter(); !it.done(); it.advance()) {
+    if (it.currNodeNonStale().value) out.insert(it.currNodeNonStale().key.value());
+  }
+  return out;
+}
+VlanSet vlanRange(std::uint16_t lo, std::uint16_t hi) {
+  VlanSet s;
+  for (std::uint32_t v = lo; v <= hi; ++v) s.insert(static_cast<std::uint16_t>(v));
+  return s;
+}
+
+class Capture : public Vok::TraceCapture {
+ public:
+  // The lines equal to `t`, or beginning with it.
+  std::size_t count(std::string_view t, bool prefix = false) const {
+    return static_cast<std::size_t>(std::count_if(
+        lines().begin(), lines().end(), [&](auto& l) { return prefix ? l.text.starts_with(t) : l.text == t; }));
+  }
+  long indexOf(std::string_view t) const {
+    auto it = std::find_if(lines().begin(), lines().end(), [&](auto& l) { return l.text == t; });
+    return it == lines().end() ? -1 : static_cast<long>(it - lines().begin());
+  }
+  int levelOf(std::string_view t) const { return indexOf(t) < 0 ? -1 : lines()[std::size_t(indexOf(t))].level; }
+};
+
+struct NoNodesLeft {
+  std::int64_t baseline = Brix::Node::liveCount();
+  ~NoNodesLeft() { EXPECT_EQ(Brix::Node::liveCount(), baseline) << "a test left nodes behind"; }
+};
+
+class Fixture : public ::testing::Test {
+ protected:
+  Fixture() { MlagVxlan::_defaultTraceHandle()->levelMaskIs(1u << 5 | 1u << 6 | 1u << 8); }
+  ~Fixture() override { MlagVxlan::_defaultTraceHandle()->levelMaskIs(0); }
+
+  MlagVxlan::PrimarySm::Ptr primary() {
+    mlagStatus->mlagStateIs(Mlag::MlagState::primary);
+    return MlagVxlan::primarySmFactory(sent, recv, local, nullptr, vtepDir, nullptr, bfdPeer, mlagStatus);
+  }
+  MlagVxlan::SecondarySm::Ptr secondary() {
+    mlagStatus->mlagStateIs(Mlag::MlagState::secondary);
+    return MlagVxlan::secondarySmFactory(sent, recv, local, bridgingConfig, flatDir, nullptr, vtepDir, mlagStatus);
+  }
+
+  NoNodesLeft noNodesLeft;
+  Capture trace;
+  Brix::Ptr<Status> sent = Brix::newNode<Status>(), recv = Brix::newNode<Status>(), local = Brix::newNode<Status>();
+  Brix::Ptr<VxlanController::VtepStatusDirV2> vtepDir = Brix::newNode<VxlanController::VtepStatusDirV2>();
+  Brix::Ptr<Bfd::StatusPeer> bfdPeer = Brix::newNode<Bfd::StatusPeer>();
+  Brix::Ptr<Mlag::Status> mlagStatus = Brix::newNode<Mlag::Status>();
+  Brix::Ptr<Bridging::Config> bridgingConfig = Brix::newNode<Bridging::Config>();
+  Brix::Ptr<Bridging::Flat::VlanConfigDir> flatDir = Brix::newNode<Bridging::Flat::VlanConfigDir>();
+};
+
+Lanx::IpAddr ip(std::uint8_t last) { return Lanx::IpAddr(192, 0, 2, last); }
+Row row(char const* label, std::uint8_t last, std::uint8_t state = 1) {
+  return Row(Brix::String(label), ip(last), state, state);
+}
+Mlag::VtiVtep vtiVtep(char const* intf, char const* addr) {
+  return Mlag::VtiVtep(Lanx::IntfId(intf), Lanx::IpGenAddr::parse(addr));
+}
+Bfd::Peer peer(std::uint32_t type, char const* addr, std::uint64_t session = 1, char const* intf = "Vxlan1") {
+  return Bfd::Peer(Brix::String("default"), Lanx::IntfId(intf), session, type, Lanx::IpGenAddr::parse(addr),
+                   Lanx::IpGenAddr::parse("10.0.0.100"));
+}
+
+using SecondaryBfdTest = Fixture;
+using PrimaryBfdTest = Fixture;
+
+TEST_F(SecondaryBfdTest, FirstRunRebuildsBothRowCollectionsThenRowsFollowThePeerOneByOne) {
+  // The two row collections behave alike but for their words.
+  struct RowKind {
+    bool mlag;
+    std::string add, del, exit;
+  };
+  for (auto const& k :
+       {RowKind{false, " SecondarySm::handleVtepBfdStatus Add BFD peer status ",
+                " SecondarySm::handleVtepBfdStatus Del BFD peer status ", "SecondarySm::handleVtepBfdStatus() return"},
+        RowKind{true, " SecondarySm::handleMlagBfdPeerStatus Add MLAG BFD peer status ",
+                " SecondarySm::handleMlagBfdPeerStatus Del MLAG BFD peer status ",
+                "SecondarySm::handleMlagBfdPeerStatus() reuturn"}}) {
+    SCOPED_TRACE(k.mlag ? "mlag" : "vtep");
+    auto rowIs = [&](Status& s, Row const& r) { k.mlag ? s.mlagBfdPeerStatusIs(r) : s.bfdPeerStatusIs(r); };
+    rowIs(*local, row("stale", 9));  // a former life's row: goes without a trace of its own
+    rowIs(*local, row("kept", 1, 2));
+    rowIs(*recv, row("kept", 1));
+    rowIs(*recv, row("new", 2));
+    trace.clear();
+    auto sm = secondary();
+    EXPECT_EQ(rows(*local, k.mlag), rows(*recv, k.mlag));
+    EXPECT_EQ(trace.count(k.del, true), 0u);
+    EXPECT_EQ(trace.count(k.add, true), 2u);
+    EXPECT_EQ(trace.levelOf(k.add + "192.0.2.2"), 6);
+    EXPECT_EQ(trace.levelOf(k.exit), 5);
+    // Changed, deleted, and never there: a row carries its key, so only a missing one reads as the default.
+    struct Step {
+      std::function<void()> change;
+      std::string line;
+    };
+    for (auto const& s :
+         {Step{[&] { rowIs(*recv, row("kept", 1, 0)); }, k.add + "192.0.2.1"},
+          Step{[&] { (void)(k.mlag ? recv->mlagBfdPeerStatusDel(ip(1)) : recv->bfdPeerStatusDel(ip(1))); },
+               k.del + "192.0.2.1"},
+          Step{[&] { sm->handleVtepBfdStatus(ip(7)), sm->handleMlagBfdPeerStatus(ip(7)); }, k.del + "192.0.2.7"}}) {
+      SCOPED_TRACE(s.line);
+      trace.clear();
+      s.change();
+      EXPECT_EQ(trace.count(s.line), 1u);
+      EXPECT_EQ(rows(*local, k.mlag), rows(*recv, k.mlag));
+    }
+    trace.clear();
+    sm = nullptr;
+    EXPECT_THAT(rows(*local, k.mlag), IsEmpty());
+    EXPECT_EQ(trace.count(k.exit), 0u) << "the cleanup runs no handler";
+    recv->bfdPeerStatusDelAll();
+    recv->mlagBfdPeerStatusDelAll();
+  }
+}
+
+TEST_F(SecondaryBfdTest, EachPeerEntityGetsAChildThatCopiesItsStateAndWithdrawsItsKey) {
+  auto const a = vtiVtep("Vxlan1", "10.0.0.1"), b = vtiVtep("Vxlan2", "10.0.0.1"),
+             v6 = vtiVtep("Vxlan1", "2001:db8::1"), keptStale = vtiVtep("Vxlan9", "10.9.9.9");
+  local->allVxlanBfdPeerStatusIs(keptStale)->operStateIs(Bfd::OperState::up);  // no child stands for it
+  recv->allVxlanBfdPeerStatusIs(a)->operStateIs(Bfd::OperState::up);
+  auto sm = secondary();
+  EXPECT_EQ(vxlanBfd(*local), (Snapshot{{text(a), "up"}, {text(keptStale), "up"}}));
+  // Two keys that differ only in the VTI: two children, traces that look alike.
+  recv->allVxlanBfdPeerStatusIs(b)->operStateIs(Bfd::OperState::down);
+  recv->allVxlanBfdPeerStatusIs(v6)->operStateIs(Bfd::OperState::init);
+  EXPECT_EQ(sm->vxlanBfdStatusSmCount(), 3u);
+  EXPECT_EQ(trace.count(" Add/Udp peer Vtep 2001:db8::1, operState: init"), 1u);
+  trace.clear();
+  recv->allVxlanBfdPeerStatus(a)->operStateIs(Bfd::OperState::adminDown);
+  EXPECT_EQ(local->allVxlanBfdPeerStatus(a)->operState(), Bfd::OperState::adminDown);
+  EXPECT_THAT(trace.texts(),
+              ElementsAre("VxlanBfdStatusSm::handleOperState()", " Add/Udp peer Vtep 10.0.0.1, operState: adminDown"));
+  // The same entity again: the child stays, only the two level-5 lines.
+  trace.clear();
+  sm->handleVxlanBfdPeerStatus(a);
+  EXPECT_THAT(trace.texts(), ElementsAre("SecondarySm::handleVxlanBfdPeerStatus(10.0.0.1)",
+                                         "SecondarySm::handleVxlanBfdPeerStatus(10.0.0.1) return"));
+  // Another entity under a live key: the old child withdraws, the new one publishes.
+  auto replacement = Brix::newNode<Mlag::VxlanBfdStatus>(b);
+  replacement->operStateIs(Bfd::OperState::up);
+  trace.clear();
+  recv->allVxlanBfdPeerStatusIs(b, replacement);
+  EXPECT_EQ(sm->vxlanBfdStatusSm(b)->vxlanBfdStatus(), replacement);
+  EXPECT_LT(trace.indexOf("VxlanBfdStatusSm::doCleanup()"),
+            trace.indexOf(" Add/Udp peer Vtep 10.0.0.1, operState: up"));
+  EXPECT_EQ(local->allVxlanBfdPeerStatus(b)->operState(), Bfd::OperState::up);
+  // A key that goes: its child's cleanup deletes it first.
+  trace.clear();
+  (void)recv->allVxlanBfdPeerStatusDel(v6);
+  EXPECT_EQ(sm->vxlanBfdStatusSm(v6), nullptr);
+  EXPECT_FALSE(local->allVxlanBfdPeerStatusHas(v6));
+  EXPECT_LT(trace.indexOf("VxlanBfdStatusSm::doCleanup()"),
+            trace.indexOf(" Del peer Vtep 2001:db8::1, operState: init"));
+  // A fresh role over a peer that dropped a key while none was listening: the stale child of the
+  // old role is gone with it, the key without a child stays on purpose.
+  sm = nullptr;
+  EXPECT_EQ(vxlanBfd(*local), (Snapshot{{text(keptStale), "up"}}));
+  (void)recv->allVxlanBfdPeerStatusDel(a);
+  sm = secondary();
+  EXPECT_EQ(vxlanBfd(*local), (Snapshot{{text(b), "up"}, {text(keptStale), "up"}}));
+}
+
+// Several entries of each kind: after the first runs each collection holds what its kind's
+// entries report, whichever entry's first run came last; a former life's keys that no entry
+// reports go. An MLAG entry's name begins with "Vxlan" and ends with "-mlag".
+TEST_F(PrimaryBfdTest, AfterTheFirstRunsEachCollectionHoldsWhatItsKindOfEntriesReport) {
+  for (char const* n : {"Vxlan1-mlag", "Vxlan-mlag", "Vxlan10-mlag"}) {
+    EXPECT_TRUE(MlagVxlan::PrimarySm::NestedSm_VtepStatus::isMlagEntryName(n)) << n;
+  }
+  for (char const* n : {"Vxlan1", "Other-mlag", "vxlan1-mlag", "Vxlan1-mlagX", "-mlag", ""}) {
+    EXPECT_FALSE(MlagVxlan::PrimarySm::NestedSm_VtepStatus::isMlagEntryName(n)) << n;
+  }
+  sent->bfdPeerStatusIs(row("former", 99));
+  sent->mlagBfdPeerStatusIs(row("former", 98));
+  sent->bfdPeerStatusIs(row("old", 1, 0));  // reported again, with another state
+  auto entry = [&](char const* name, std::initializer_list<Row> rs) {
+    auto e = vtepDir->vtepStatusV2Is(Brix::String(name));
+    for (auto const& r : rs) e->bfdPeerStatusIs(r);
+    return e;
+  };
+  auto plain = entry("Vxlan1", {row("a", 1), row("b", 2)});
+  auto mlag = entry("Vxlan1-mlag", {row("m", 3)});
+  auto other = entry("Other-mlag", {row("c", 4)});
+  auto sm = primary();
+  Snapshot plainRows = rows(*plain);
+  plainRows.merge(rows(*other));
+  EXPECT_EQ(rows(*sent, false), plainRows);
+  EXPECT_EQ(rows(*sent, true), rows(*mlag));
+  EXPECT_EQ(trace.count("Del bfd status") + trace.count("Del Mlag bfd status"), 2u) << "the two former keys";
+  // One key at a time; a record equal to the default is a deletion.
+  auto step = [&](auto change, char const* line) {
+    trace.clear();
+    change();
+    EXPECT_EQ(trace.count(line), 1u) << line;
+    EXPECT_EQ(trace.levelOf(line), 6) << line;
+  };
+  step([&] { plain->bfdPeerStatusIs(row("a", 1, 2)); }, "Add bfd status");
+  step([&] { (void)plain->bfdPeerStatusDel(ip(2)); }, "Del bfd status");
+  step([&] { mlag->bfdPeerStatusIs(row("n", 5)); }, "Add Mlag bfd status");
+  step([&] { plain->bfdPeerStatusIs(Row()); }, "Del bfd status");
+  EXPECT_FALSE(sent->bfdPeerStatusHas(Lanx::IpAddr()));
+  EXPECT_EQ(rows(*sent, true), rows(*mlag));
+  // An entry that goes empties its kind's collection whole, what the other entry published too.
+  trace.clear();
+  (void)vtepDir->vtepStatusV2Del(Brix::String("Other-mlag"));
+  EXPECT_THAT(rows(*sent, false), IsEmpty());
+  EXPECT_EQ(rows(*sent, true), rows(*mlag));
+  EXPECT_THAT(trace.texts(), ElementsAre("PrimarySm::VokVtepStatus(Other-mlag)::cleanup()", " Clear BFD Peer Status",
+                                         "PrimarySm::VokVtepStatus(Other-mlag)::cleanup() return"));
+  // An entry replaced under its name: its reactor follows the new entity and runs nothing at
+  // the rebind; the new entity's changes are heard, the old one's no more.
+  trace.clear();
+  auto replacement = Brix::newNode<VxlanController::VtepStatusV2>(Brix::String("Vxlan1-mlag"));
+  replacement->bfdPeerStatusIs(row("r", 6));
+  vtepDir->vtepStatusV2Is(Brix::String("Vxlan1-mlag"), replacement);
+  EXPECT_THAT(trace.texts(), IsEmpty());
+  EXPECT_EQ(rows(*sent, true), rows(*mlag));
+  replacement->bfdPeerStatusIs(row("s", 7));
+  mlag->bfdPeerStatusIs(row("t", 8));
+  EXPECT_TRUE(sent->mlagBfdPeerStatusHas(ip(7)));
+  EXPECT_FALSE(sent->mlagBfdPeerStatusHas(ip(6)));
+  EXPECT_FALSE(sent->mlagBfdPeerStatusHas(ip(8)));
+  // The role's end clears both through the role cleanup, then each reactor clears its kind.
+  sm = nullptr;
+  EXPECT_LT(trace.indexOf("PrimarySm::doCleanup() return"),
+            trace.indexOf("PrimarySm::VokVtepStatus(Vxlan1-mlag)::cleanup()"));
+  EXPECT_EQ(trace.count(" Clear Mlag BFD Peer Status"), 1u);
+}
+
+TEST_F(PrimaryBfdTest, EachVxlanTunnelPeerHasAChildThatPublishesItsStateUnderItsVtiAndAddress) {
+  auto const tunnel = peer(3, "10.0.0.1"), twin = peer(3, "10.0.0.1", 2), v6 = peer(3, "2001:db8::1"),
+             other = peer(1, "10.0.0.9");
+  bfdPeer->peerStatusIs(tunnel)->operStateIs(Bfd::OperState::up);
+  bfdPeer->peerStatusIs(other)->operStateIs(Bfd::OperState::up);
+  sent->allVxlanBfdPeerStatusIs(vtiVtep("Vxlan7", "10.7.7.7"));  // a former life's: no child, stays
+  auto sm = primary();
+  EXPECT_EQ(sm->bfdPeerStatusSmCount(), 1u);
+  EXPECT_EQ(trace.count("PrimarySm::handleBfdPeerStatus(10.0.0.9) return Non Vxlan tunnel"), 1u);
+  EXPECT_EQ(vxlanBfd(*sent), (Snapshot{{text(vtiVtep("Vxlan1", "10.0.0.1")), "up"},
+                                       {text(vtiVtep("Vxlan7", "10.7.7.7")), "adminDown"}}));
+  // Two peers that differ only in the session share one entry.
+  bfdPeer->peerStatusIs(twin)->operStateIs(Bfd::OperState::down);
+  bfdPeer->peerStatusIs(v6)->operStateIs(Bfd::OperState::init);
+  EXPECT_EQ(sm->bfdPeerStatusSmCount(), 3u);
+  EXPECT_EQ(sent->allVxlanBfdPeerStatus(vtiVtep("Vxlan1", "10.0.0.1"))->operState(), Bfd::OperState::down);
+  EXPECT_EQ(trace.count("Bfd peer IP: 2001:db8::1 peer status: init"), 1u);
+  trace.clear();
+  bfdPeer->peerStatus(v6)->operStateIs(Bfd::OperState::up);
+  EXPECT_EQ(sent->allVxlanBfdPeerStatus(vtiVtep("Vxlan1", "2001:db8::1"))->operState(), Bfd::OperState::up);
+  EXPECT_EQ(trace.count("BfdPeerStatusSm(2001:db8::1)::handleBfdPeerStatus()"), 1u);
+  // A peer that goes: its cleanup runs before the child goes, and takes the shared entry along.
+  trace.clear();
+  (void)bfdPeer->peerStatusDel(twin);
+  EXPECT_EQ(sm->bfdPeerStatusSm(twin), nullptr);
+  EXPECT_FALSE(sent->allVxlanBfdPeerStatusHas(vtiVtep("Vxlan1", "10.0.0.1")));
+  EXPECT_LT(trace.indexOf("BfdPeerStatusSm(10.0.0.1)::doCleanup() return"),
+            trace.indexOf("PrimarySm::handleBfdPeerStatus(10.0.0.1) return"));
+  (void)bfdPeer->peerStatusDel(other);
+  EXPECT_EQ(trace.count("PrimarySm::handleBfdPeerStatus(10.0.0.9) return Non Vxlan tunnel"), 1u);
+  // The BFD agent's entry made again under a live peer: the child follows the new entry.
+  auto again = Brix::newNode<Bfd::PeerStatus>(tunnel);
+  again->operStateIs(Bfd::OperState::adminDown);
+  bfdPeer->peerStatusIs(tunnel, again);
+  EXPECT_EQ(sm->bfdPeerStatusSm(tunnel)->peerStatus(), again);
+  EXPECT_EQ(sent->allVxlanBfdPeerStatus(vtiVtep("Vxlan1", "10.0.0.1"))->operState(), Bfd::OperState::adminDown);
+  // The role's end withdraws each child's entry, and only those.
+  sm = nullptr;
+  EXPECT_EQ(vxlanBfd(*sent), (Snapshot{{text(vtiVtep("Vxlan7", "10.7.7.7")), "adminDown"}}));
+}
+
+// Each line present, in the order given.
+void expectInOrder(Capture const& trace, std::vector<std::string> const& lines) {
+  long last = -1;
+  for (auto const& l : lines) {
+    EXPECT_GT(trace.indexOf(l), last) << l;
+    last = std::max(last, trace.indexOf(l));
+  }
+}
+
+TEST_F(PrimaryBfdTest, FirstRunsAndCleanupsRunTheirHandlersInTheirOrder) {
+  vtepDir->vtepStatusV2Is(Brix::String("Vxlan1"))->bfdPeerStatusIs(row("a", 1));
+  bfdPeer->peerStatusIs(peer(3, "10.0.0.1"))->operStateIs(Bfd::OperState::up);
+  recv->allVxlanBfdPeerStatusIs(vtiVtep("Vxlan1", "10.0.0.1"))->operStateIs(Bfd::OperState::up);
+  bridgingConfig->vlanConfigIs(Bridging::VlanId(20))->configSourceIs(Brix::String("cli"));
+  flatDir->vlanConfigIs(Bridging::VlanId(20),
+                        Bridging::Flat::VlanConfigFlat(Bridging::VlanId(20), Swix::FString("cli")));
+  (void)primary();
+  expectInOrder(
+      trace,
+      {"PrimarySm::VokVtepStatus(Vxlan1)::handleInitialized() return", "PrimarySm::handleInitialized()",
+       "PrimarySm::handleBfdPeerStatus()", "BfdPeerStatusSm(10.0.0.1)::handleInitialized() return",
+       "PrimarySm::handleBfdPeerStatus() return", "PrimarySm::handleSharedDynVlan()",
+       "PrimarySm::handleSharedDynVlan() return", "VlanToVniMapSm::handleInitialized()",
+       "PrimarySm::handleInitialized() return", "PrimarySm::doCleanup()", "BfdPeerStatusSm(10.0.0.1)::doCleanup()",
+       "PrimarySm::doCleanup() return", "PrimarySm::VokVtepStatus(Vxlan1)::cleanup()"});
+  EXPECT_EQ(sent->allVxlanBfdPeerStatusCount(), 0u);
+  for (bool flat : {true, false}) {
+    SCOPED_TRACE(flat ? "flat" : "entities");
+    MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(flat);
+    sent->sharedDynVlanDelAll();
+    trace.clear();
+    (void)secondary();
+    std::string const child = "SecondarySm::VokVlanConfig(20)::";
+    expectInOrder(trace,
+                  {"SecondarySm::handleInitialized()", " Reset shared dyn vlans",
+                   flat ? "void MlagVxlan::SecondarySm::handleVlanConfigFlat(Bridging::VlanId) 20"
+                        : child + "handleInitialized()",
+                   " (20)::handleVlanSource Del shared dyn vlan 20", "SecondarySm::handleVtepBfdStatus()",
+                   "SecondarySm::handleMlagBfdPeerStatus()", "SecondarySm::handleVxlanBfdPeerStatus()",
+                   "VxlanBfdStatusSm::handleInitialized()", "SecondarySm::handleVxlanBfdPeerStatus() return",
+                   "VlanToVniMapSm::handleInitialized()", "SecondarySm::handleInitialized() return",
+                   "SecondarySm::doCleanup()", "VxlanBfdStatusSm::doCleanup()", "SecondarySm::doCleanup() return"});
+    // Only the entities' road has a child per VLAN, and it goes after the role's own cleanup.
+    EXPECT_EQ(trace.indexOf(child + "vlanConfigSourceSmCleanup()") > trace.indexOf("SecondarySm::doCleanup() return"),
+              !flat);
+  }
+  MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(std::nullopt);
+}
+
+using PrimarySharedVlanTest = Fixture;
+
+TEST_F(PrimarySharedVlanTest, FirstRunMakesTheLocalSetThePeersThenFollowsItVlanByVlan) {
+  // A full local set against a peer with 93 fewer, one of them present as false.
+  for (std::uint16_t v = 1; v <= 4094; ++v) local->sharedDynVlanIs(Bridging::VlanId(v), true);
+  VlanSet peer = vlanRange(95, 4094);
+  for (auto v : peer) recv->sharedDynVlanIs(Bridging::VlanId(v), true);
+  recv->sharedDynVlanIs(Bridging::VlanId(1), false);
+  // A VTEP entry's reactor runs before the role's first run: its write lets the peer share VLAN 3
+  // then, and that notification is dropped; the first run's walk covers it.
+  vtepDir->vtepStatusV2Is(Brix::String("Vxlan1"))->bfdPeerStatusIs(Row(Brix::String("a"), Lanx::IpAddr(192, 0, 2, 1)));
+  bool early = false;
+  TestSupport::PublicationRecorder beforeFirstRun(*sent, [&](auto const&) {
+    if (!std::exchange(early, true)) recv->sharedDynVlanIs(Bridging::VlanId(3), true);
+  });
+  peer.insert(3);
+  auto sm = primary();
+  ASSERT_TRUE(early);
+  EXPECT_LT(trace.indexOf("PrimarySm::handleInitialized()"), trace.indexOf("PrimarySm::handleSharedDynVlan(3)"));
+  EXPECT_EQ(shared(*local), peer);
+  EXPECT_EQ(local->sharedDynVlanCount(), peer.size()) << "no key left with false";
+  EXPECT_EQ(trace.count(" SharedDynVlan before 4094"), 1u);
+  EXPECT_EQ(trace.count(" SharedDynVlan after 4001"), 1u);
+  EXPECT_EQ(trace.count(" Del shared dynVlan", true), 94u) << "93 in the local walk, VLAN 1 again in the peer's";
+  EXPECT_EQ(trace.count(" Added shared dynVlan", true), 0u);
+  EXPECT_LT(trace.indexOf(" Processing localVxStatus"), trace.indexOf(" Del shared dynVlan 1"));
+  EXPECT_LT(trace.indexOf(" Del shared dynVlan 94"), trace.indexOf(" Processing recvVxStatus"));
+
+  enum class Do { set, del, direct };  // direct: a notification with no change behind it
+  struct Step {
+    std::uint16_t vlan;
+    Do what;
+    bool value;
+    char const* line;  // the level 6 line, or none
+    bool notified = true;
+  };
+  for (auto const& s : {Step{7, Do::set, true, " Added shared dynVlan 7"}, Step{7, Do::set, true, nullptr, false},
+                        Step{7, Do::direct, true, nullptr}, Step{7, Do::set, false, " Del shared dynVlan 7"},
+                        Step{100, Do::del, false, " Del shared dynVlan 100"},
+                        Step{100, Do::direct, false, " Del shared dynVlan 100"}}) {
+    SCOPED_TRACE(s.vlan);
+    trace.clear();
+    if (s.what == Do::set) recv->sharedDynVlanIs(Bridging::VlanId(s.vlan), s.value);
+    if (s.what == Do::del) (void)recv->sharedDynVlanDel(Bridging::VlanId(s.vlan));
+    if (s.what == Do::direct) sm->handleSharedDynVlan(Bridging::VlanId(s.vlan));
+    s.value ? (void)peer.insert(s.vlan) : (void)peer.erase(s.vlan);
+    EXPECT_EQ(shared(*local), peer);
+    std::string const fn = "PrimarySm::handleSharedDynVlan(" + std::to_string(s.vlan) + ")";
+    std::vector<std::string> expected{fn, fn + " return"};
+    if (s.line) expected.insert(expected.begin() + 1, s.line);
+    EXPECT_EQ(trace.texts(), s.notified ? expected : std::vector<std::string>{});
+    EXPECT_EQ(trace.levelOf(s.line ? s.line : ""), s.line ? 6 : -1);
+  }
+  sm = nullptr;
+  EXPECT_EQ(shared(*local), vlanRange(1, 4094));
+}
+
+// The VLAN configuration by one input, the one the toggle picks.
+class VlanConfigFixture : public Fixture {
+ protected:
+  explicit VlanConfigFixture(bool flat) : flat(flat) {
+    MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(flat);
+  }
+  ~VlanConfigFixture() override { MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(std::nullopt); }
+  // Configures `vlan` by `source` in the live input (or in the other one).
+  void configure(std::uint16_t vlan, char const* source, bool live = true) {
+    Bridging::VlanId id(vlan);
+    if (flat != live) return (void)bridgingConfig->vlanConfigIs(id)->configSourceIs(Brix::String(source));
+    auto r = flatDir->vlanConfig().readOrDefault(id);
+    r.vlanIdIs(id);
+    r.configSourceIs(Swix::FString(source));
+    flatDir->vlanConfigIs(id, r);
+  }
+  void unconfigure(std::uint16_t vlan) {
+    flat ? (void)flatDir->vlanConfigDel(Bridging::VlanId(vlan))
+         : (void)bridgingConfig->vlanConfigDel(Bridging::VlanId(vlan));
+  }
+  // Every VLAN but those of `out`.
+  static VlanSet allBut(VlanSet const& out) {
+    VlanSet s = vlanRange(1, 4094);
+    for (auto v : out) s.erase(v);
+    return s;
+  }
+  bool const flat;
+};
+
+class SecondaryVlanConfigTest : public VlanConfigFixture, public ::testing::WithParamInterface<bool> {
+ protected:
+  SecondaryVlanConfigTest() : VlanConfigFixture(GetParam()) {}
+};
+INSTANTIATE_TEST_SUITE_P(ByInput, SecondaryVlanConfigTest, ::testing::Bool(),
+                         [](auto const& info) { return info.param ? "FlatTable" : "Entities"; });
+
+class FlatVlanConfigTest : public VlanConfigFixture {
+ protected:
+  FlatVlanConfigTest() : VlanConfigFixture(true) {}
+};
+
+TEST_P(SecondaryVlanConfigTest, AVlanLeavesBothSetsWhileASourceOutsideTheListConfiguresIt) {
+  for (char const* s : {"static", "controller", "evpn", "mlag", "default"}) {
+    EXPECT_TRUE(MlagVxlan::SecondarySm::isShareableVlanSource(s)) << s;
+  }
+  for (char const* s : {"", "cli", "Default", "unknown", "default "}) {
+    EXPECT_FALSE(MlagVxlan::SecondarySm::isShareableVlanSource(s)) << s;
+  }
+  configure(10, "default");
+  configure(20, "cli");
+  configure(30, "evpn");
+  configure(40, "cli", false);  // the other input: never read
+  auto sm = secondary();
+  EXPECT_EQ(shared(*sent), allBut({20}));
+  EXPECT_EQ(shared(*local), (VlanSet{10, 30})) << "localVxStatus gets only what the configuration says";
+  EXPECT_EQ(sm->vlanConfigConfigSourceSmCount(), flat ? 0u : 3u);
+  EXPECT_EQ(trace.levelOf(" (20)::handleVlanSource Del shared dyn vlan 20"), 6);
+  EXPECT_EQ(trace.levelOf("void MlagVxlan::SecondarySm::handleVlanSource(Bridging::VlanId, const String&) Add "
+                          "shared dyn vlan10"),
+            8);
+
+  struct Step {
+    std::function<void()> change;
+    VlanSet notShared;
+  };
+  for (auto const& s : {Step{[&] { configure(20, "default"); }, {}}, Step{[&] { configure(10, "cli"); }, {10}},
+                        Step{[&] { unconfigure(10); }, {}}, Step{[&] { configure(50, "cli"); }, {50}},
+                        Step{[&] { configure(60, "cli", false), unconfigure(40); }, {50}}}) {
+    s.change();
+    EXPECT_EQ(shared(*sent), allBut(s.notShared));
+    for (std::uint16_t v : {10, 20}) EXPECT_EQ(shared(*local).count(v), 1u - s.notShared.count(v)) << v;
+  }
+  // A VLAN that goes comes back with the three kinds of trace, whatever its last source.
+  EXPECT_EQ(trace.levelOf("SecondarySm::VokVlanConfig(10)::vlanConfigSourceSmCleanup()"), 5);
+  EXPECT_EQ(trace.count("void MlagVxlan::SecondarySm::vlanConfigSourceSmCleanup(Bridging::VlanId) return(): 10"), 1u);
+
+  // The role's end fills both sets, and the children's ends write their VLANs once more.
+  trace.clear();
+  sm = nullptr;
+  EXPECT_EQ(shared(*sent), vlanRange(1, 4094));
+  EXPECT_EQ(shared(*local), vlanRange(1, 4094));
+  EXPECT_EQ(trace.count("SecondarySm::VokVlanConfig(50)::vlanConfigSourceSmCleanup()"), flat ? 0u : 1u);
+}
+
+TEST_F(FlatVlanConfigTest, OnlyAChangedSourceIsWrittenAndAVlanInNeitherPlaceIsSharedAgain) {
+  configure(10, "cli");
+  auto sm = secondary();
+  EXPECT_EQ(sm->configSourceForVlan(Bridging::VlanId(10)).view(), "cli");
+  TestSupport::PublicationRecorder pubs(*sent);
+  // Another field of the row changes: one level 8 line, no write.
+  auto r = flatDir->vlanConfig().readOrDefault(Bridging::VlanId(10));
+  r.priorityIs(7);
+  trace.clear();
+  flatDir->vlanConfigIs(Bridging::VlanId(10), r);
+  EXPECT_EQ(trace.texts(),
+            std::vector<std::string>{"void MlagVxlan::SecondarySm::handleVlanConfigFlat(Bridging::VlanId) 10"});
+  EXPECT_EQ(pubs.count(Status::sharedDynVlanField), 0u);
+  // A VLAN in neither the table nor the bookkeeping: shared again all the same.
+  (void)sent->sharedDynVlanDel(Bridging::VlanId(99));
+  sm->handleVlanConfigFlat(Bridging::VlanId(99));
+  EXPECT_TRUE(sent->sharedDynVlan(Bridging::VlanId(99)));
+  unconfigure(10);
+  EXPECT_FALSE(sm->configSourceForVlanHas(Bridging::VlanId(10)));
+  EXPECT_TRUE(sent->sharedDynVlan(Bridging::VlanId(10)));
+}
+
+// Damage at each read of the flat table, counted from the start of the first run: the walk's
+// steps and the reads by key alternate, so an odd access ends the walk there and an even one
+// makes that VLAN read as absent, hence shared; the last is the step that finds the end. Nothing
+// escapes and each damage is reported once.
+TEST_F(FlatVlanConfigTest, DamageAtEachReadOfTheFlatTableIsReportedAndTakesTheDefault) {
+  std::vector<std::uint16_t> const vlans = {10, 20, 30, 40};
+  for (auto v : vlans) configure(v, "cli");
+  auto const& table = flatDir->vlanConfig();
+  for (std::uint32_t n = 1; n <= 2 * vlans.size() + 1; ++n) {
+    SCOPED_TRACE(n);
+    sent->sharedDynVlanDelAll();
+    auto reportsBefore = table.corruptionReports();
+    table.damageIs(Shoal::ShoalMapBase::DamageAt::nth, n, "torn row");
+    MlagVxlan::SecondarySm::Ptr sm;
+    ASSERT_NO_THROW(sm = secondary());
+    VlanSet notShared;
+    for (std::size_t i = 0; i < vlans.size(); ++i) {
+      std::uint32_t const step = std::uint32_t(2 * i + 1), read = step + 1;
+      if (n == step) break;
+      if (n != read) notShared.insert(vlans[i]);
+    }
+    EXPECT_EQ(shared(*sent), allBut(notShared));
+    EXPECT_EQ(table.corruptionReports() - reportsBefore, 1u);
+    // A notification's read by key, damaged: the VLAN reads as gone.
+    table.damageIs(Shoal::ShoalMapBase::DamageAt::every);
+    sm->vok_handleVlanConfigFlatDir_vlanConfig(Bridging::VlanId(40));
+    EXPECT_TRUE(sent->sharedDynVlan(Bridging::VlanId(40)));
+    EXPECT_EQ(table.lastCorruption().view(), "Shoal table damaged");
+    table.damageIs(Shoal::ShoalMapBase::DamageAt::nothing);
+    sm = nullptr;
+  }
+}
+
+}  // namespace
