@@ -30,7 +30,6 @@
 namespace {
 
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
 using TestSupport::PublicationRecorder;
 
 // The container tests make the ring-buffer handle: this process traces into a directory of its own.
