@@ -39,13 +39,16 @@ struct RemoteHostSwitch {
                                                vtiDir);
   }
   void validIs(bool v) { proto->peerMonotonicOffsetValidIs(v); }
-  void fdbIs(int i, Bridging::VlanId vlan, Bridging::EntryType type, double time, std::uint32_t moves = 0,
+  // `vlan` is a Bridging::VlanId or its number.
+  template <class Vlan>
+  void fdbIs(int i, Vlan vlan, Bridging::EntryType type, double time, std::uint32_t moves = 0,
              Lanx::IntfId intf = ::Vxlan1) {
-    Bridging::HostKey key(vlan, remoteMacOf(i));
+    Bridging::HostKey key(Bridging::VlanId(vlan), remoteMacOf(i));
     fdb->shoalFdbStatusIs(key, Shoal::Bridging::ShoalFdbStatus(key, intf, time, moves, type));
   }
-  void learnedIs(int i, Bridging::VlanId vlan, double time, Lanx::IpGenAddr vtep) {
-    Vxlan::MacVlanPair key(remoteMacOf(i), vlan);
+  template <class Vlan>
+  void learnedIs(int i, Vlan vlan, double time, Lanx::IpGenAddr vtep = Lanx::IpAddr(10, 0, 0, 1)) {
+    Vxlan::MacVlanPair key(remoteMacOf(i), Bridging::VlanId(vlan));
     vxfdb->learnedHostIs(key, Shoal::Vxlan::LearnedHost(time, key, vtep));
   }
 };

@@ -48,13 +48,6 @@ struct Switch : TestSupport::RemoteHostSwitch {
     vtiDir->vtiStatusIs(::Vxlan1)->vlanToVniMapIs(Bridging::VlanId(vlan),
                                                   Vxlan::VniSourcePair(::Vxlan1, "evpn", Vxlan::VniExtOrNone(n)));
   }
-  void fdbIs(int i, std::uint16_t vlan, EntryType type, double time, std::uint32_t moves = 0,
-             Lanx::IntfId intf = ::Vxlan1) {
-    RemoteHostSwitch::fdbIs(i, Bridging::VlanId(vlan), type, time, moves, intf);
-  }
-  void learnedIs(int i, std::uint16_t vlan, double time, Lanx::IpGenAddr vtep = v4) {
-    RemoteHostSwitch::learnedIs(i, Bridging::VlanId(vlan), time, vtep);
-  }
   void hostIs(int i, EntryType type, double time = 100.0, std::uint32_t moves = 0) {
     fdbIs(i, 10, type, time, moves);
     learnedIs(i, 10, time);
@@ -193,14 +186,12 @@ TEST_F(RemoteHostTableSmTest, DamageAtEachReadEndsAtTheBothSidesTestAndMidWalkEn
   EXPECT_EQ(s->sent->hostEntryCount(), 3u);
 }
 
-// Keys rotate through passes of maxCodefMacs; progress brings the next pass at once, no
-// progress after the wait; each copy of a key gets its own retry.
-TEST_F(RemoteHostTableSmTest, QueueRotatesOnVirtualTime) {
+// The default batch, the texts of the passes, and the queue dropped with the peer clock; the
+// rotation and its timing against a model are the property's below.
+TEST_F(RemoteHostTableSmTest, QueuePassesOnVirtualTimeAndGoWithThePeerClock) {
   for (int i = 1; i <= 250; ++i) s->hostIs(i, EntryType::receivedRemoteMac);
   s->validIs(true);
   s->sm = s->build();
-  EXPECT_EQ(s->queued(), 250u);
-  EXPECT_EQ(s->timeMin(), 1010.0);
   auto passes = [&] {
     std::vector<std::string> p;
     for (auto const& t : trace.take()) {
@@ -210,37 +201,16 @@ TEST_F(RemoteHostTableSmTest, QueueRotatesOnVirtualTime) {
     return p;
   };
   trace.take();
-  s->loop.advanceTo(1009.9);
-  EXPECT_EQ(passes(), std::vector<std::string>{});
   s->loop.advanceTo(1010.0);
   EXPECT_EQ(passes(), std::vector<std::string>{"250 none"});
-  EXPECT_EQ(s->sm->deferredVcsMacFront().addr(), macOf(101));
-  EXPECT_EQ(s->sm->deferredVcsMacBack().addr(), macOf(100));
-  EXPECT_EQ(s->timeMin(), 1020.0);
-
+  EXPECT_EQ(s->sm->deferredVcsMacFront().addr(), macOf(101)) << "a pass takes 100 keys";
   s->controllerIs(150, 9);
   s->loop.advanceTo(1020.0);
   EXPECT_EQ(passes(), (std::vector<std::string>{"250", "249 none"})) << "the second pass at once";
   EXPECT_EQ(s->sentOf(150), "Vxlan1:10.0.0.1:9 105 0 7");
-  EXPECT_EQ(s->timeMin(), 1030.0);
-
-  // The keys go with the peer clock. Then one key deferred twice: each copy is retried, the
-  // second rewriting the same entry.
   s->validIs(false);
   EXPECT_EQ(s->queued(), 0u);
   EXPECT_EQ(s->timeMin(), Brix::never);
-  for (int i = 1; i <= 250; ++i) s->fdb->shoalFdbStatusDel(Bridging::HostKey(Bridging::VlanId(10), macOf(i)));
-  s->hostIs(251, EntryType::receivedRemoteMac);
-  s->validIs(true);
-  s->sm->handleRemoteMacEntry(macOf(251), 10);
-  EXPECT_EQ(s->queued(), 2u);
-  s->controllerIs(251, 4);
-  trace.take();
-  s->loop.advanceBy(10.0);
-  EXPECT_EQ(passes(), std::vector<std::string>{"2"});
-  EXPECT_EQ(s->queued(), 0u);
-  EXPECT_EQ(s->sentOf(251), "Vxlan1:10.0.0.1:4 105 0 7");
-  EXPECT_EQ(s->timeMin(), Brix::never) << "an emptied queue leaves the clock alone";
 }
 
 // A mapping's arrival replays its VLAN; a VTI object replaced under a live interface rebinds
@@ -277,9 +247,7 @@ TEST_F(RemoteHostTableSmTest, ContainerChildGoesFirst) {
   auto is = [&] {
     return c->remoteHostTableSmIs(w.sent, w.mlagHost, w.config, w.fdb, w.vxfdb, w.proto, w.mlag, w.ctrl, w.vtiDir);
   };
-  auto* sm = is().get();
-  EXPECT_TRUE(sm->hasNotificationActive());
-  EXPECT_EQ(is().get(), sm);
+  EXPECT_EQ(is(), is());
   auto vx = Brix::newNode<Mlag::VxlanStatus>();
   c->scheduledMlagPeerArpSyncSmIs(vx, vx, vx);
   std::vector<Brix::FieldId> gone;
@@ -374,16 +342,17 @@ RC_GTEST_PROP(RemoteHostTableProperty, SentTableEndsWhereAFreshOneStarts, ()) {
 RC_GTEST_PROP(RemoteHostTableProperty, QueueFollowsADequeAndASet, ()) {
   Switch w;
   w.validIs(true);
-  for (int i = 1; i <= 8; ++i) w.hostIs(i, EntryType::receivedRemoteMac);
+  int const macs = *rc::gen::inRange(1, 9);  // few enough, at times, for the queue to empty
+  for (int i = 1; i <= macs; ++i) w.hostIs(i, EntryType::receivedRemoteMac);
   w.sm = w.build();
   std::uint32_t const batch = *rc::gen::inRange(1u, 5u);
   w.sm->maxCodefMacsIs(batch);
   std::deque<int> queue;
-  for (int i = 1; i <= 8; ++i) queue.push_back(i);  // the first walk deferred every one
+  for (int i = 1; i <= macs; ++i) queue.push_back(i);  // the first walk deferred every one
   std::set<int> resolved;
   Brix::Duration due = 1010.0;
   for (int n = *rc::gen::inRange(0, 30); n > 0; --n) {
-    int const i = *rc::gen::inRange(1, 9);
+    int const i = *rc::gen::inRange(1, macs + 1);
     switch (*rc::gen::inRange(0, 3)) {
       case 0:  // an event for the MAC: an unresolved one joins the queue again, a duplicate
         w.sm->handleRemoteMacEntry(macOf(i), 10);
@@ -423,7 +392,7 @@ RC_GTEST_PROP(RemoteHostTableProperty, QueueFollowsADequeAndASet, ()) {
       RC_ASSERT(w.sm->deferredVcsMacBack().addr() == macOf(queue.back()));
     }
   }
-  for (int i = 1; i <= 8; ++i) {
+  for (int i = 1; i <= macs; ++i) {
     bool const queuedNow = std::find(queue.begin(), queue.end(), i) != queue.end();
     bool const sentNow = !w.sentOf(i).empty();
     RC_ASSERT(!sentNow || resolved.count(i) > 0);               // only what the controller resolved goes out

@@ -22,12 +22,10 @@ using ::testing::IsEmpty;
 constexpr auto primary = Mlag::MlagState::primary;
 constexpr auto secondary = Mlag::MlagState::secondary;
 
-Lanx::IpAddr const addr1{10, 0, 0, 1};
-Lanx::IpAddr const addr2{10, 0, 0, 2};
-Lanx::IpAddr const addr3{10, 0, 0, 3};
-Lanx::IpAddr const addr4{10, 0, 0, 4};
-Lanx::Ip6Addr const addr6a = Lanx::Ip6Addr::parse("2001:db8::1");
-Lanx::Ip6Addr const addr6b = Lanx::Ip6Addr::parse("2001:db8::2");
+Lanx::IpAddr const addr1{10, 0, 0, 1}, addr2{10, 0, 0, 2}, addr3{10, 0, 0, 3}, addr4{10, 0, 0, 4}, none;
+Lanx::Ip6Addr const addr6a = Lanx::Ip6Addr::parse("2001:db8::1"), addr6b = Lanx::Ip6Addr::parse("2001:db8::2");
+auto const localType = Vxlan::VtepType::localVtep, alternateType = Vxlan::VtepType::alternateVtep,
+           mlagType = Vxlan::VtepType::mlagVtep;
 
 using Vteps = std::map<int, std::string>;  // VTEP type to address text
 
@@ -54,7 +52,6 @@ std::vector<std::string> linesOf(std::vector<Vok::TraceCapture::Line> const& lin
 
 class VlanToVniMapSmTest : public LiveNodesTest {
  protected:
-  void SetUp() override { fresh(); }
   void releaseAll() override {
     sm = nullptr;
     dir = nullptr;
@@ -64,10 +61,13 @@ class VlanToVniMapSmTest : public LiveNodesTest {
   void fresh() {
     releaseAll();
     dir = Brix::newNode<Vxlan::VtiStatusDir>();
-    sent = Brix::newNode<Mlag::VxlanStatus>();
-    recv = Brix::newNode<Mlag::VxlanStatus>();
-    local = Brix::newNode<Mlag::VxlanStatus>();
-    mlagStatus = Brix::newNode<Mlag::Status>();
+    sent = Brix::newNode<Mlag::VxlanStatus>(), recv = Brix::newNode<Mlag::VxlanStatus>();
+    local = Brix::newNode<Mlag::VxlanStatus>(), mlagStatus = Brix::newNode<Mlag::Status>();
+  }
+  // Vxlan1 maps VLAN 200 to VNI 20; the peer publishes VNI 10 on VLAN 100.
+  void maps(Vxlan::VtiStatus& v1) {
+    v1.extendedVlanToVniMapIs(Bridging::ExtendedVlanId(200), mapping(20));
+    recv->vniVtiToDynVlanMapIs(key(10), Bridging::ExtendedVlanId(100));
   }
 
   VlanToVniMapSm::Ptr build(Mlag::MlagState state) {
@@ -83,9 +83,10 @@ class VlanToVniMapSmTest : public LiveNodesTest {
     mlagStatus->peerLinkKnownIs(known);
   }
 
-  Brix::Ptr<Vxlan::VtiStatusDir> dir;
-  Brix::Ptr<Mlag::VxlanStatus> sent, recv, local;
-  Brix::Ptr<Mlag::Status> mlagStatus;
+  Brix::Ptr<Vxlan::VtiStatusDir> dir = Brix::newNode<Vxlan::VtiStatusDir>();
+  Brix::Ptr<Mlag::VxlanStatus> sent = Brix::newNode<Mlag::VxlanStatus>(), recv = Brix::newNode<Mlag::VxlanStatus>(),
+                               local = Brix::newNode<Mlag::VxlanStatus>();
+  Brix::Ptr<Mlag::Status> mlagStatus = Brix::newNode<Mlag::Status>();
   VlanToVniMapSm::Ptr sm;
 };
 
@@ -97,14 +98,15 @@ TEST_F(VlanToVniMapSmTest, ChildrenFollowTheRoleAndMultiVtep) {
     bool applier;
     std::size_t publishers;
   };
-  for (auto const& c : std::vector<Case>{{Vti::absent, primary, false, 0},
-                                         {Vti::absent, secondary, false, 0},
-                                         {Vti::plain, primary, false, 2},
-                                         {Vti::plain, secondary, true, 0},
-                                         {Vti::plain, Mlag::MlagState::negotiating, true, 0},
-                                         {Vti::mlag4, primary, true, 2},
-                                         {Vti::mlag4, secondary, true, 2},
-                                         {Vti::mlag6, Mlag::MlagState::inactive, true, 2}}) {
+  std::vector<Case> const cases{{Vti::absent, primary, false, 0},
+                                {Vti::absent, secondary, false, 0},
+                                {Vti::plain, primary, false, 2},
+                                {Vti::plain, secondary, true, 0},
+                                {Vti::plain, Mlag::MlagState::negotiating, true, 0},
+                                {Vti::mlag4, primary, true, 2},
+                                {Vti::mlag4, secondary, true, 2},
+                                {Vti::mlag6, Mlag::MlagState::inactive, true, 2}};
+  for (auto const& c : cases) {
     SCOPED_TRACE(testing::Message() << "Vxlan1 " << static_cast<int>(c.vxlan1) << ", " << c.state);
     fresh();
     vti(vxlan2)->mlagVtepAddrIs(addr3);  // only Vxlan1 decides
@@ -119,17 +121,15 @@ TEST_F(VlanToVniMapSmTest, ChildrenFollowTheRoleAndMultiVtep) {
   }
   // No directory at all: nothing to publish or apply, and no address to publish.
   fresh();
-  sent->vtepTypeAddrIs(Vxlan::VtepType::localVtep, addr1);
+  sent->vtepTypeAddrIs(localType, addr1);
   sm = MlagVxlan::vlanToVniMapSmFactory(nullptr, sent, recv, local, mlagStatus);
   EXPECT_EQ(publishers(), 0u);
   EXPECT_THAT(vteps(*sent), IsEmpty());
 }
 
 TEST_F(VlanToVniMapSmTest, MultiVtepChangesAddOrRemoveOnlyTheChildrenConcerned) {
-  auto v1 = vti();
-  auto v2 = vti(vxlan2);
-  v1->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(200), mapping(20));
-  recv->vniVtiToDynVlanMapIs(key(10), Bridging::ExtendedVlanId(100));
+  auto v1 = vti(), v2 = vti(vxlan2);
+  maps(*v1);
   sm = build(secondary);
   auto* const firstApplier = applier();
   MapChanges localLog(*local);
@@ -139,8 +139,7 @@ TEST_F(VlanToVniMapSmTest, MultiVtepChangesAddOrRemoveOnlyTheChildrenConcerned) 
   v1->mlagVtepAddrIs(addr3);
   EXPECT_EQ(publishers(), 2u);
   EXPECT_EQ(vniVtiMap(*sent), (VniVtiMap{{{20, "Vx1"}, 200}}));
-  EXPECT_EQ(vteps(*sent), (Vteps{{3, "10.0.0.3"}}));
-  v1->mlagVtepAddrIs(Lanx::IpAddr());
+  v1->mlagVtepAddrIs(none);
   EXPECT_EQ(publishers(), 0u);
   EXPECT_THAT(vniVtiMap(*sent), IsEmpty());
   // The IPv6 address alone makes the pair multi-VTEP too.
@@ -168,12 +167,11 @@ TEST_F(VlanToVniMapSmTest, MultiVtepChangesAddOrRemoveOnlyTheChildrenConcerned) 
 TEST_F(VlanToVniMapSmTest, APrimaryLeavingMultiVtepDropsTheApplierAndKeepsItsPublishers) {
   auto v1 = vti();
   v1->mlagVtepAddrIs(addr3);
-  v1->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(200), mapping(20));
-  recv->vniVtiToDynVlanMapIs(key(10), Bridging::ExtendedVlanId(100));
+  maps(*v1);
   sm = build(primary);
   EXPECT_EQ(vniVtiMap(*local), (VniVtiMap{{{10, "Vx1"}, 100}}));
   MapChanges sentLog(*sent);
-  v1->mlagVtepAddrIs(Lanx::IpAddr());
+  v1->mlagVtepAddrIs(none);
   EXPECT_EQ(applier(), nullptr);
   EXPECT_THAT(vniVtiMap(*local), IsEmpty());
   EXPECT_EQ(vniVtiMap(*sent), (VniVtiMap{{{20, "Vx1"}, 200}}));
@@ -221,17 +219,16 @@ TEST_F(VlanToVniMapSmTest, Vxlan1ComingAndGoing) {
 }
 
 TEST_F(VlanToVniMapSmTest, PeerLinkLossWithdrawsThePeersAddressesAndItsReturnRestoresThem) {
-  vti();
-  recv->vtepTypeAddrIs(Vxlan::VtepType::localVtep, addr1);
-  recv->vtepTypeAddrIs(Vxlan::VtepType::mlagVtep, addr3);
-  recv->vtepTypeAddr6Is(Vxlan::VtepType::localVtep, addr6a);
-  recv->vniVtiToDynVlanMapIs(key(10), Bridging::ExtendedVlanId(100));
+  maps(*vti());
+  recv->vtepTypeAddrIs(localType, addr1);
+  recv->vtepTypeAddrIs(mlagType, addr3);
+  recv->vtepTypeAddr6Is(localType, addr6a);
   sm = build(secondary);
   EXPECT_EQ(vteps(*local), (Vteps{{1, "10.0.0.1"}, {3, "10.0.0.3"}}));
   // A flag without a known link, or a known link without bit 0, is not a loss: updates still pass.
   linkDown(0, 1);
   EXPECT_FALSE(sm->peerLinkDown());
-  recv->vtepTypeAddrIs(Vxlan::VtepType::alternateVtep, addr2);
+  recv->vtepTypeAddrIs(alternateType, addr2);
   linkDown(1, 2);
   EXPECT_FALSE(sm->peerLinkDown());
   EXPECT_EQ(vteps(*local), (Vteps{{1, "10.0.0.1"}, {2, "10.0.0.2"}, {3, "10.0.0.3"}}));
@@ -241,21 +238,21 @@ TEST_F(VlanToVniMapSmTest, PeerLinkLossWithdrawsThePeersAddressesAndItsReturnRes
   EXPECT_EQ(vniVtiMap(*local), (VniVtiMap{{{10, "Vx1"}, 100}})) << "the VLAN maps stay";
   // The peer's updates while the link is down are dropped without a word.
   TraceOn trace;
-  recv->vtepTypeAddrDel(Vxlan::VtepType::localVtep);
-  recv->vtepTypeAddrIs(Vxlan::VtepType::mlagVtep, addr1);
-  recv->vtepTypeAddr6Is(Vxlan::VtepType::alternateVtep, addr6b);
+  recv->vtepTypeAddrDel(localType);
+  recv->vtepTypeAddrIs(mlagType, addr1);
+  recv->vtepTypeAddr6Is(alternateType, addr6b);
   EXPECT_THAT(vteps(*local), IsEmpty());
   EXPECT_THAT(trace.take(), IsEmpty());
 
   // The link returns: what the peer holds now.
-  local->vtepTypeAddrIs(Vxlan::VtepType::localVtep, addr2);  // not the peer's any more
+  local->vtepTypeAddrIs(localType, addr2);  // not the peer's any more
   linkDown(1, 0);
   EXPECT_EQ(vteps(*local), (Vteps{{2, "10.0.0.2"}, {3, "10.0.0.1"}}));
   EXPECT_EQ(vteps6(*local), (Vteps{{1, "2001:db8::1"}, {2, "2001:db8::2"}}));
   // And key by key again.
   trace.take();
-  recv->vtepTypeAddr6Del(Vxlan::VtepType::localVtep);
-  recv->vtepTypeAddrIs(Vxlan::VtepType::localVtep, addr3);
+  recv->vtepTypeAddr6Del(localType);
+  recv->vtepTypeAddrIs(localType, addr3);
   EXPECT_THAT(trace.take(), ElementsAre(" VlanToVniMapSm::handleVtepAddr6 Del 1",
                                         " VlanToVniMapSm::handleVtepAddr Add (1,10.0.0.3)"));
   EXPECT_EQ(vteps6(*local), (Vteps{{2, "2001:db8::2"}}));
@@ -266,7 +263,7 @@ TEST_F(VlanToVniMapSmTest, LocalVtepAddressesArePublishedByTypeAndRetiredByAddre
   v1->localVtepAddrIs(addr1);
   v1->alternateVtepAddrIs(addr2);
   v1->mlagVtepAddrIs(addr3);
-  sent->vtepTypeAddr6Is(Vxlan::VtepType::localVtep, addr6b);  // left by a former life
+  sent->vtepTypeAddr6Is(localType, addr6b);  // left by a former life
   TraceOn trace;
   sm = build(primary);
   EXPECT_THAT(linesOf(trace.takeLines(), "handleLocalVtepAddr"),
@@ -277,7 +274,7 @@ TEST_F(VlanToVniMapSmTest, LocalVtepAddressesArePublishedByTypeAndRetiredByAddre
   // Two types share an address; one falls to 0 and its entry stays, for the address is still in use.
   v1->localVtepAddrIs(Lanx::IpAddr(10, 0, 0, 9));
   v1->alternateVtepAddrIs(addr3);
-  v1->alternateVtepAddrIs(Lanx::IpAddr());
+  v1->alternateVtepAddrIs(none);
   EXPECT_EQ(vteps(*sent), (Vteps{{1, "10.0.0.9"}, {2, "10.0.0.3"}, {3, "10.0.0.3"}}));
   // Until the other address moves too.
   v1->mlagVtepAddrIs(addr1);
@@ -289,8 +286,8 @@ TEST_F(VlanToVniMapSmTest, LocalVtepAddressesArePublishedByTypeAndRetiredByAddre
   EXPECT_EQ(vteps6(*sent), (Vteps{{1, "2001:db8::1"}}));
   EXPECT_THAT(linesOf(trace.takeLines(), "handleLocalVtepAddr"), IsEmpty());
   // All IPv4 addresses 0: every IPv4 entry goes, the IPv6 one stays.
-  v1->localVtepAddrIs(Lanx::IpAddr());
-  v1->mlagVtepAddrIs(Lanx::IpAddr());
+  v1->localVtepAddrIs(none);
+  v1->mlagVtepAddrIs(none);
   EXPECT_THAT(vteps(*sent), IsEmpty());
   EXPECT_EQ(vteps6(*sent), (Vteps{{1, "2001:db8::1"}}));
 }
@@ -327,9 +324,8 @@ TEST_F(VlanToVniMapSmTest, RebindingAVtiToANewObjectRunsTheDecisionAndBothAddres
 TEST_F(VlanToVniMapSmTest, CleanupAndDestructionWithdrawTheVlanMapsButNotTheVtepAddresses) {
   auto v1 = vti();
   v1->mlagVtepAddrIs(addr3);
-  v1->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(200), mapping(20));
-  recv->vniVtiToDynVlanMapIs(key(10), Bridging::ExtendedVlanId(100));
-  recv->vtepTypeAddrIs(Vxlan::VtepType::localVtep, addr1);
+  maps(*v1);
+  recv->vtepTypeAddrIs(localType, addr1);
   sm = build(secondary);
   // The inspection tools' cleanup: the children go, the reactors and the guard stay.
   sm->cleanup();
