@@ -19,11 +19,11 @@ namespace {
 using Bridging::ExtendedVlanId;
 using Bridging::VlanId;
 using Bridging::VlanIdOrNone;
+using ValueChecks::expectEachChangeCounts;
 using ValueChecks::expectEveryFieldCounts;
 using ValueChecks::expectThrowsText;
 using ValueChecks::hashOf;
 using ValueChecks::text;
-using ValueChecks::with;
 
 constexpr char const* vlanIdText = "Bridging::VlanId::value < 1 or > 4094 not allowed";
 constexpr char const* vlanIdOrNoneText = "Bridging::VlanIdOrNone::value > 4094 not allowed";
@@ -103,9 +103,9 @@ TEST(VxlanPairs, EveryFieldCountsAndTheirTexts) {
 
   EXPECT_TRUE(Vxlan::VniSourcePair().vni().isNone());
   Vxlan::VniSourcePair vs(Vxlan1, "static", Vxlan::VniExtOrNone(10010), 0);
-  expectEveryFieldCounts(
-      vs, with(vs, [](auto& v) { v.intfIdIs(Lanx::IntfId("Vxlan2")); }), with(vs, [](auto& v) { v.sourceIs("evpn"); }),
-      with(vs, [](auto& v) { v.vniIs(Vxlan::VniExtOrNone(10011)); }), with(vs, [](auto& v) { v.flagsIs(1); }));
+  expectEachChangeCounts(
+      vs, [](auto& v) { v.intfIdIs(Lanx::IntfId("Vxlan2")); }, [](auto& v) { v.sourceIs("evpn"); },
+      [](auto& v) { v.vniIs(Vxlan::VniExtOrNone(10011)); }, [](auto& v) { v.flagsIs(1); });
   Bridging::HostKey hk(VlanId(10), Lanx::EthAddr(0, 0, 1));
   expectEveryFieldCounts(hk, Bridging::HostKey(VlanId(11), Lanx::EthAddr(0, 0, 1)),
                          Bridging::HostKey(VlanId(10), Lanx::EthAddr(0, 0, 2)));
@@ -167,12 +167,11 @@ TEST(VlanConfigFlat, DefaultsAndEveryFieldCounts) {
   EXPECT_TRUE(def.isEq(R(VlanId(1), Swix::FString("default"))));
 
   R base(VlanId(10), Swix::FString("static"));
-  expectEveryFieldCounts(base, with(base, [](R& v) { v.vlanIdIs(VlanId(11)); }), with(base, [](R& v) { v.stateIs(1); }),
-                         with(base, [](R& v) { v.nameIs(Swix::FString("n")); }),
-                         with(base, [](R& v) { v.priorityIs(1); }), with(base, [](R& v) { v.timestampIs(1); }),
-                         with(base, [](R& v) { v.flagsIs(1); }), with(base, [](R& v) { v.ownerIs(1); }),
-                         with(base, [](R& v) { v.configSourceIs(Swix::FString("evpn")); }),
-                         with(base, [](R& v) { v.reserved1Is(1); }), with(base, [](R& v) { v.reserved2Is(1); }));
+  expectEachChangeCounts(
+      base, [](R& v) { v.vlanIdIs(VlanId(11)); }, [](R& v) { v.stateIs(1); },
+      [](R& v) { v.nameIs(Swix::FString("n")); }, [](R& v) { v.priorityIs(1); }, [](R& v) { v.timestampIs(1); },
+      [](R& v) { v.flagsIs(1); }, [](R& v) { v.ownerIs(1); }, [](R& v) { v.configSourceIs(Swix::FString("evpn")); },
+      [](R& v) { v.reserved1Is(1); }, [](R& v) { v.reserved2Is(1); });
 }
 
 }  // namespace

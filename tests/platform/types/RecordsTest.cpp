@@ -22,10 +22,10 @@ using Lanx::EthAddr;
 using Lanx::IntfId;
 using Lanx::IpAddr;
 using Lanx::IpGenAddr;
+using ValueChecks::expectEachChangeCounts;
 using ValueChecks::expectEveryFieldCounts;
 using ValueChecks::hashOf;
 using ValueChecks::text;
-using ValueChecks::with;
 
 IpAddr const vtep = IpAddr::parse("10.0.0.1");
 IpAddr const vtep2(10, 0, 0, 2);
@@ -33,27 +33,25 @@ EthAddr const mac = EthAddr::parse("00:1c:73:00:00:01");
 
 TEST(Records, EveryFieldCounts) {
   VxlanController::BfdPeerStatusV2 bfd("Vxlan1", vtep, 1, 2);
-  expectEveryFieldCounts(bfd, with(bfd, [](auto& v) { v.labelIs("Vxlan1-mlag"); }),
-                         with(bfd, [](auto& v) { v.ipIs(vtep2); }), with(bfd, [](auto& v) { v.statusIs(3); }),
-                         with(bfd, [](auto& v) { v.remoteStatusIs(3); }));
+  expectEachChangeCounts(
+      bfd, [](auto& v) { v.labelIs("Vxlan1-mlag"); }, [](auto& v) { v.ipIs(vtep2); }, [](auto& v) { v.statusIs(3); },
+      [](auto& v) { v.remoteStatusIs(3); });
   VxlanController::MacVtepV2 macVtep(mac, vtep, 7, 100);
-  expectEveryFieldCounts(macVtep, with(macVtep, [](auto& v) { v.macAddrIs(EthAddr(0, 0, 2)); }),
-                         with(macVtep, [](auto& v) { v.vtepIpIs(vtep2); }),
-                         with(macVtep, [](auto& v) { v.seqNumIs(8); }),
-                         with(macVtep, [](auto& v) { v.preferenceIs(1); }));
+  expectEachChangeCounts(
+      macVtep, [](auto& v) { v.macAddrIs(EthAddr(0, 0, 2)); }, [](auto& v) { v.vtepIpIs(vtep2); },
+      [](auto& v) { v.seqNumIs(8); }, [](auto& v) { v.preferenceIs(1); });
   Arp::ArpEntry arp(vtep, mac, 2);
-  expectEveryFieldCounts(arp, with(arp, [](auto& v) { v.ipAddrIs(vtep2); }),
-                         with(arp, [](auto& v) { v.ethAddrIs(EthAddr()); }), with(arp, [](auto& v) { v.kindIs(1); }));
+  expectEachChangeCounts(
+      arp, [](auto& v) { v.ipAddrIs(vtep2); }, [](auto& v) { v.ethAddrIs(EthAddr()); }, [](auto& v) { v.kindIs(1); });
 
   Arp::InputConfigKey key(IntfId("Vlan10"), IpGenAddr(vtep));
   expectEveryFieldCounts(key, Arp::InputConfigKey(IntfId("Vlan11"), IpGenAddr(vtep)),
                          Arp::InputConfigKey(IntfId("Vlan10"), IpGenAddr(vtep2)));
   Arp::InputConfigEntry input(key, mac, 1, 0);
-  expectEveryFieldCounts(input, with(input, [](auto& v) { v.keyIs(Arp::InputConfigKey()); }),
-                         with(input, [](auto& v) { v.ethAddrIs(EthAddr()); }),
-                         with(input, [](auto& v) { v.kindIs(0); }),
-                         with(input, [](auto& v) { v.stateCodeIs(Arp::InputConfigEntry::stateCodeNotPublished); }),
-                         with(input, [](auto& v) { v.metricIs(0); }), with(input, [](auto& v) { v.generationIs(1); }));
+  expectEachChangeCounts(
+      input, [](auto& v) { v.keyIs(Arp::InputConfigKey()); }, [](auto& v) { v.ethAddrIs(EthAddr()); },
+      [](auto& v) { v.kindIs(0); }, [](auto& v) { v.stateCodeIs(Arp::InputConfigEntry::stateCodeNotPublished); },
+      [](auto& v) { v.metricIs(0); }, [](auto& v) { v.generationIs(1); });
 
   Mlag::VlanIpSource src(Bridging::VlanIdOrNone(10), IpGenAddr(vtep), Arp::ArpSourceId::dynamic);
   expectEveryFieldCounts(src,
@@ -65,18 +63,17 @@ TEST(Records, EveryFieldCounts) {
 
   expectEveryFieldCounts(Mlag::HostEntryKey(10, mac), Mlag::HostEntryKey(11, mac), Mlag::HostEntryKey(10, EthAddr()));
   Mlag::HostEntry host("Vxlan1:10.0.0.1", 12.5, 3, Mlag::HostEntryKey(10, mac), 5, 1);
-  expectEveryFieldCounts(
-      host, with(host, [](auto& v) { v.intfIs("Vxlan1:10.0.0.2"); }),
-      with(host, [](auto& v) { v.lastMoveTimeIs(12.25); }), with(host, [](auto& v) { v.movesIs(4); }),
-      with(host, [](auto& v) { v.keyIs(Mlag::HostEntryKey(10, EthAddr())); }),
-      with(host, [](auto& v) { v.entryTypeIs(6); }), with(host, [](auto& v) { v.hostEntryFlagIs(0); }));
+  expectEachChangeCounts(
+      host, [](auto& v) { v.intfIs("Vxlan1:10.0.0.2"); }, [](auto& v) { v.lastMoveTimeIs(12.25); },
+      [](auto& v) { v.movesIs(4); }, [](auto& v) { v.keyIs(Mlag::HostEntryKey(10, EthAddr())); },
+      [](auto& v) { v.entryTypeIs(6); }, [](auto& v) { v.hostEntryFlagIs(0); });
   expectEveryFieldCounts(MlagP2p::HostEntryKey(10, mac), MlagP2p::HostEntryKey(11, mac),
                          MlagP2p::HostEntryKey(10, EthAddr()));
   MlagP2p::HostEntry sent("Vxlan1:10.0.0.1:100", 12.5, 3, MlagP2p::HostEntryKey(10, mac), 5);
-  expectEveryFieldCounts(sent, with(sent, [](auto& v) { v.intfIs("Vxlan1:10.0.0.1"); }),
-                         with(sent, [](auto& v) { v.lastMoveTimeIs(13.0); }), with(sent, [](auto& v) { v.movesIs(0); }),
-                         with(sent, [](auto& v) { v.keyIs(MlagP2p::HostEntryKey(1, mac)); }),
-                         with(sent, [](auto& v) { v.entryTypeIs(0); }));
+  expectEachChangeCounts(
+      sent, [](auto& v) { v.intfIs("Vxlan1:10.0.0.1"); }, [](auto& v) { v.lastMoveTimeIs(13.0); },
+      [](auto& v) { v.movesIs(0); }, [](auto& v) { v.keyIs(MlagP2p::HostEntryKey(1, mac)); },
+      [](auto& v) { v.entryTypeIs(0); });
 
   using Shoal::Bridging::ShoalFdbStatus;
   using Shoal::Vxlan::LearnedHost;
@@ -84,16 +81,16 @@ TEST(Records, EveryFieldCounts) {
                 "Shoal table rows");
   ShoalFdbStatus fdb(Bridging::HostKey(Bridging::VlanId(10), mac), Vxlan1, 100.5, 2,
                      Bridging::EntryType::learnedRemoteMac, 0);
-  expectEveryFieldCounts(fdb, with(fdb, [](auto& v) { v.keyIs(Bridging::HostKey(Bridging::VlanId(11), mac)); }),
-                         with(fdb, [](auto& v) { v.intfIs(IntfId("Vxlan2")); }),
-                         with(fdb, [](auto& v) { v.lastMoveTimeIs(100.25); }), with(fdb, [](auto& v) { v.movesIs(3); }),
-                         with(fdb, [](auto& v) { v.entryTypeIs(Bridging::EntryType::receivedRemoteMac); }),
-                         with(fdb, [](auto& v) { v.flagsIs(1); }));
+  expectEachChangeCounts(
+      fdb, [](auto& v) { v.keyIs(Bridging::HostKey(Bridging::VlanId(11), mac)); },
+      [](auto& v) { v.intfIs(IntfId("Vxlan2")); }, [](auto& v) { v.lastMoveTimeIs(100.25); },
+      [](auto& v) { v.movesIs(3); }, [](auto& v) { v.entryTypeIs(Bridging::EntryType::receivedRemoteMac); },
+      [](auto& v) { v.flagsIs(1); });
   LearnedHost learned(100.5, Vxlan::MacVlanPair(mac, Bridging::VlanId(10)), IpGenAddr(vtep), 0);
-  expectEveryFieldCounts(learned, with(learned, [](auto& v) { v.lastMoveTimeIs(1.0); }),
-                         with(learned, [](auto& v) { v.keyIs(Vxlan::MacVlanPair(mac, Bridging::VlanId(1))); }),
-                         with(learned, [](auto& v) { v.vtepIpIs(IpGenAddr::parse("2001:db8::1")); }),
-                         with(learned, [](auto& v) { v.flagsIs(2); }));
+  expectEachChangeCounts(
+      learned, [](auto& v) { v.lastMoveTimeIs(1.0); },
+      [](auto& v) { v.keyIs(Vxlan::MacVlanPair(mac, Bridging::VlanId(1))); },
+      [](auto& v) { v.vtepIpIs(IpGenAddr::parse("2001:db8::1")); }, [](auto& v) { v.flagsIs(2); });
 }
 
 TEST(Records, DefaultsThatAreNotZero) {
