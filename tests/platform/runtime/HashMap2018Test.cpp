@@ -230,7 +230,8 @@ void checkAgainstModel(std::vector<Op> const& ops) {
             RC_ASSERT(it.currNodeStale() && it.currNodeMaybeStale().key == current);
             break;
           case 1:
-            erase(other, true);
+          case 4:  // without taking the value back
+            erase(other, true, action == 1);
             break;
           case 2:
             held[other] = m.newMemberG(other, Watched(other * 7, other));
