@@ -440,6 +440,12 @@ class DamagedFileTest : public ::testing::Test {
     return off;
   }
 
+  std::uint32_t seqAt(int level, int k) const {
+    RecordHeader r{};
+    std::memcpy(&r, bytes.data() + recordAt(level, k), sizeof r);
+    return static_cast<std::uint32_t>(r.seq);
+  }
+
   TestSupport::RingLogDir dir;
   std::string bytes;
   FileHeader header{};
@@ -469,6 +475,10 @@ TEST_F(DamagedFileTest, DamageIsReportedAndEndsOnlyWhatItTouches) {
             "level 5: record at byte",
             {10, 3, 10}},
            {"undescribed", patch(recordAt(6, 0), 999), "message id 999, which is not described", {10, 10, 0}},
+           {"repeated sequence number",
+            patch(recordAt(5, 3) + offsetof(RecordHeader, seq), seqAt(5, 2)),
+            "out of order",
+            {10, 3, 10}},
            {"magic", badMagic, "not a ring file", {0, 0, 0}},
            {"description", patch(header.descOffset, 3), "has a bad size 3", {-1, -1, -1}},
        }) {
