@@ -111,7 +111,6 @@ TEST(Records, DefaultsThatAreNotZero) {
   EXPECT_TRUE(VxlanController::BfdPeerStatusV2().isEq(VxlanController::BfdPeerStatusV2("", IpAddr(), 3, 3)));
   EXPECT_TRUE(VxlanController::MacVtepV2().isEq(VxlanController::MacVtepV2(EthAddr(), IpAddr(), 0, 16)));
   EXPECT_EQ(Arp::ArpEntry().kind(), 1);
-  EXPECT_EQ(Arp::InputConfigEntry().metric(), 0xffffu);
   EXPECT_EQ(Shoal::Vxlan::LearnedHost().key().vlanId(), Bridging::VlanId(1));
   EXPECT_EQ(Shoal::Bridging::ShoalFdbStatus().entryType(), Bridging::EntryType::unknownEntry);
   EXPECT_EQ(L2Rib::Dest().destType(), L2Rib::DestType::none);
