@@ -1,15 +1,20 @@
 // The scenario reader: what it accepts, and for what it refuses, the line and the words.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <map>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 
 #include "Pair.h"
 #include "Run.h"
 #include "Scenario.h"
 #include "Values.h"
 #include "support/RingLogDir.h"
+#include "trace/RingLogReader.h"
 
 MLAGVXLAN_TEST_RINGLOGDIR();
 
@@ -36,11 +41,14 @@ std::string refusalOf(std::string const& yaml, int* line = nullptr) {
 TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
   std::string const set = "steps:\n  - A:\n      set:\n        ";
   std::string const flood = set + "sdeInput.vlanFloodSet[";
+  std::string const vti = "steps:\n  - A:\n      vti:\n        Vxlan1";
+  std::string const map = vti + ":\n          vlanToVni:\n            ";
+  std::string const dest = flood + "10].floodSet[00:00:00:00:00:00].destSet[";
+  std::string const expectA = "steps:\n  - expect:\n      A:\n        ";
   Refusal const cases[] = {
       {"steps: [\n", 2, "not valid YAML"},
       {"- 1\n- 2\n", 1, "a scenario is a map"},
       {"", 1, "a scenario is a map"},
-      {"# nothing but a comment\n\n", 1, "a scenario is a map"},
       {"name: x\n", 1, "needs steps"},
       {"steps: []\n", 1, "needs steps"},
       {"stepz:\n  - A: {role: primary}\n", 1, "unknown key 'stepz'"},
@@ -55,69 +63,51 @@ TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
       {"steps:\n  - advance: -1\n", 2, "0 or more"},
       {"delay: soon\nsteps:\n  - advance: 1\n", 1, "'soon' is not a number"},
       // A mapping with VNI none would reach the library as a programmer's error.
-      {"steps:\n  - A:\n      vti:\n        Vxlan1:\n          vlanToVni:\n            10: {source: static}\n", 6,
-       "a mapping needs a vni"},
-      {"steps:\n  - A:\n      vti:\n        Vxlan1:\n          vlanToVni:\n            10: none\n", 6,
-       "'none' is not a VNI"},
-      {"steps:\n  - A:\n      set:\n        vtiStatusDir.vtiStatus[Vxlan1].extendedVlanToVniMap[10]: {vni: none}\n", 4,
-       "'none' is not a VNI"},
-      {"steps:\n  - A:\n      vti:\n        Vxlan1:\n          vlanToVni:\n            0: 10010\n", 6,
-       "'0' is not a VLAN"},
-      {"steps:\n  - A:\n      vti:\n        Vxlan1: {localVtepAddr: 10.0.0.300}\n", 4, "is not an IPv4 address"},
-      {"steps:\n  - A:\n      vti:\n        Vxlan1: {speed: 10}\n", 4, "has no attribute 'speed'"},
-      {"steps:\n  - A:\n      set:\n        sentVxStatus.nope: 1\n", 4, "has no attribute 'nope'"},
-      {"steps:\n  - A:\n      set:\n        nowhere.x: 1\n", 4, "no entity 'nowhere'"},
-      {"steps:\n  - A:\n      set:\n        localVxStatus.vtepTypeAddr[bogus]: 1.2.3.4\n", 4, "'bogus' is not one of"},
-      {"steps:\n  - A:\n      set:\n        localVxStatus.vtepTypeAddr[localVtep: 1.2.3.4\n", 4, "without its ']'"},
-      {"steps:\n  - A:\n      set:\n        sentVxStatus.scheduledMlagPeerArpSync[1]: true\n", 4, "not a collection"},
-      {"steps:\n  - A:\n      set:\n        sentVxStatus.scheduledMlagPeerArpSync: maybe\n", 4, "is not true or false"},
-      {"steps:\n  - A:\n      set:\n        mlagHostTable.hostEntry[x]: 1\n", 4, "is not a MAC and a VLAN"},
+      {map + "10: {source: static}\n", 6, "a mapping needs a vni"},
+      {map + "10: none\n", 6, "'none' is not a VNI"},
+      {set + "vtiStatusDir.vtiStatus[Vxlan1].extendedVlanToVniMap[10]: {vni: none}\n", 4, "'none' is not a VNI"},
+      {map + "0: 10010\n", 6, "'0' is not a VLAN"},
+      {vti + ": {localVtepAddr: 10.0.0.300}\n", 4, "is not an IPv4 address"},
+      {vti + ": {speed: 10}\n", 4, "has no attribute 'speed'"},
+      {set + "sentVxStatus.nope: 1\n", 4, "has no attribute 'nope'"},
+      {set + "nowhere.x: 1\n", 4, "no entity 'nowhere'"},
+      {set + "localVxStatus.vtepTypeAddr[bogus]: 1.2.3.4\n", 4, "'bogus' is not one of"},
+      {set + "localVxStatus.vtepTypeAddr[localVtep: 1.2.3.4\n", 4, "without its ']'"},
+      {set + "sentVxStatus.scheduledMlagPeerArpSync[1]: true\n", 4, "not a collection"},
+      {set + "sentVxStatus.scheduledMlagPeerArpSync: maybe\n", 4, "is not true or false"},
+      {set + "mlagHostTable.hostEntry[x]: 1\n", 4, "is not a MAC and a VLAN"},
       // Remote MACs: keys, records and the invariants the library asserts.
-      {"steps:\n  - A:\n      set:\n        vxlanFdbStatus.learnedHost[00:00:5e:00:01:01/4095]: {}\n", 4,
-       "a VLAN from 1 to 4094"},
-      {"steps:\n  - A:\n      set:\n        bridgingStatus.shoalFdbStatus[00:00:5e:00:01/10]: {}\n", 4,
-       "is not a MAC address"},
-      {"steps:\n  - A:\n      set:\n        vxlanFdbStatus.learnedHost[00:00:5e:00:01:01/10]: {vtepIp: 10.1.1}\n", 4,
+      {set + "vxlanFdbStatus.learnedHost[00:00:5e:00:01:01/4095]: {}\n", 4, "a VLAN from 1 to 4094"},
+      {set + "bridgingStatus.shoalFdbStatus[00:00:5e:00:01/10]: {}\n", 4, "is not a MAC address"},
+      {set + "vxlanFdbStatus.learnedHost[00:00:5e:00:01:01/10]: {vtepIp: 10.1.1}\n", 4,
        "vtepIp: '10.1.1' is not an IP address"},
-      {"steps:\n  - A:\n      set:\n        controllerStatus[10010].macVtepTable[00:00:5e:00:01:01]: {preference: "
-       "256}\n",
-       4, "preference: '256' is not a number from 0 to 255"},
-      {"steps:\n  - A:\n      set:\n        controllerStatus.macVtepTable[00:00:5e:00:01:01]: {}\n", 4,
-       "name one with [VNI]"},
-      {"steps:\n  - A:\n      set:\n        bridgingStatus.shoalFdbStatus[00:00:5e:00:01:01/10]:"
-       " {intf: Ethernet1, entryType: learnedRemoteMac}\n",
-       4, "must be a VXLAN interface"},
-      {"steps:\n  - A:\n      set:\n        mlagHostTable.hostEntry[00:00:5e:00:01:01/10]: {vtep: 1}\n", 4,
-       "unknown field 'vtep'"},
-      {"steps:\n  - expect:\n      A:\n        sentP2pHostTable.hostEntry[00:00:5e:00:01:01/10]: {moves: [1]}\n", 4,
+      {set + "controllerStatus[10010].macVtepTable[00:00:5e:00:01:01]: {preference: 256}\n", 4,
+       "preference: '256' is not a number from 0 to 255"},
+      {set + "controllerStatus.macVtepTable[00:00:5e:00:01:01]: {}\n", 4, "name one with [VNI]"},
+      {set + "bridgingStatus.shoalFdbStatus[00:00:5e:00:01:01/10]: {intf: Ethernet1, entryType: learnedRemoteMac}\n", 4,
+       "must be a VXLAN interface"},
+      {set + "mlagHostTable.hostEntry[00:00:5e:00:01:01/10]: {vtep: 1}\n", 4, "unknown field 'vtep'"},
+      {expectA + "sentP2pHostTable.hostEntry[00:00:5e:00:01:01/10]: {moves: [1]}\n", 4,
        "a field of a record is name: value"},
       // ARP rows: the VRF's name, the address's family against its table, the MAC, the source.
-      {"steps:\n  - A:\n      set:\n        arpInputConfig.vrf[" + std::string(101, 'v') +
-           "].ipv4[10.0.0.5/Vlan10]: {}\n",
-       4, "a VRF name has 1 to 100 characters"},
-      {"steps:\n  - A:\n      set:\n        arpInputConfig.vrf[red].ipv4[2001:db8::5/Vlan10]: {}\n", 4,
-       "an ipv4 row needs an IPv4 address"},
-      {"steps:\n  - A:\n      set:\n        arpInputConfig.vrf[red].ipv6[10.0.0.5/Vlan10]: {}\n", 4,
-       "an ipv6 row needs an IPv6 address"},
-      {"steps:\n  - A:\n      set:\n        arpInputConfig.vrf[red].ipv4[10.0.0.5/Vlan10]: {ethAddr: 00:00:5e}\n", 4,
+      {set + "arpInputConfig.vrf[" + std::string(101, 'v') + "].ipv4[10.0.0.5/Vlan10]: {}\n", 4,
+       "a VRF name has 1 to 100 characters"},
+      {set + "arpInputConfig.vrf[red].ipv4[2001:db8::5/Vlan10]: {}\n", 4, "an ipv4 row needs an IPv4 address"},
+      {set + "arpInputConfig.vrf[red].ipv6[10.0.0.5/Vlan10]: {}\n", 4, "an ipv6 row needs an IPv6 address"},
+      {set + "arpInputConfig.vrf[red].ipv4[10.0.0.5/Vlan10]: {ethAddr: 00:00:5e}\n", 4,
        "ethAddr: '00:00:5e' is not a MAC address"},
-      {"steps:\n  - A:\n      set:\n        arpInputConfig.vrf[red].ipv4[10.0.0.5]: {}\n", 4,
-       "not an address on an interface"},
-      {"steps:\n  - A:\n      set:\n        arpInputConfig.source: wire\n", 4, "'wire' is not one of"},
+      {set + "arpInputConfig.vrf[red].ipv4[10.0.0.5]: {}\n", 4, "not an address on an interface"},
+      {set + "arpInputConfig.source: wire\n", 4, "'wire' is not one of"},
       {"steps:\n  - expect:\n      B:\n        localVxStatus.arpStatusWithVlan[red].arpEntry[10.0.0.5/10]: present\n",
        4, "is not an address, a VLAN and a source"},
-      {flood + "10].floodSet[00:00:00:00:00:00].destSet[fibre(id=1)]: true\n", 4, "'fibre' is not a kind"},
-      {flood + "10].floodSet[00:00:00:00:00:00].destSet[intf(id=1,intf=Ethernet1)]: true\n", 4,
-       "are VXLAN destinations"},
-      {flood + "10].floodSet[00:00:00:00:00:00].destSet[vxlan(id=g,intf=,vni=0,vtepAddr=1.2.3.4)]: true\n", 4,
-       "hexadecimal"},
-      {flood + "10].floodSet[00:00:00:00:00:00].destSet[vxlan(id=1,vni=0,vtepAddr=1.2.3.4)]: true\n", 4,
-       "'intf' is missing"},
-      {flood + "10].floodSet[00:00:00:00:00:00].destSet[10.0.0.300]: true\n", 4, "not an IP address"},
+      {dest + "fibre(id=1)]: true\n", 4, "'fibre' is not a kind"},
+      {dest + "intf(id=1,intf=Ethernet1)]: true\n", 4, "are VXLAN destinations"},
+      {dest + "vxlan(id=g,intf=,vni=0,vtepAddr=1.2.3.4)]: true\n", 4, "hexadecimal"},
+      {dest + "vxlan(id=1,vni=0,vtepAddr=1.2.3.4)]: true\n", 4, "'intf' is missing"},
+      {dest + "10.0.0.300]: true\n", 4, "not an IP address"},
       {flood + "4095].floodSetType: all\n", 4, "4094"},
       {flood + "10].floodSet[00:00:5e]: {}\n", 4, "not a MAC address"},
-      {"steps:\n  - A:\n      set:\n        sentBumStatus.bumVtepList[00:00:00:00:00:00/0]: {}\n", 4,
-       "is not a MAC and a VLAN"},
+      {set + "sentBumStatus.bumVtepList[00:00:00:00:00:00/0]: {}\n", 4, "is not a MAC and a VLAN"},
       {set + "bfdStatusPeer.peerStatus[10.0.0.2/Vxlan1/3].operState: sideways\n", 4, "'sideways' is not one of"},
       {set + "bfdStatusPeer.peerStatus[10.0.0.2/Vxlan1].operState: up\n", 4, "is not of the form"},
       {set + "vlanConfigFlatDir.vlanConfig[4095]: {configSource: cli}\n", 4, "is not a VLAN from 1 to 4094"},
@@ -129,18 +119,13 @@ TEST(ScenarioTest, MalformedScenariosAreRefusedWithLineAndReason) {
       {"steps:\n  - toggles: {BreakBridgingConfigVlanConfigVxlan: maybe}\n", 2, "is not true or false"},
       {"steps:\n  - toggles: {Other: true}\n", 2, "unknown key 'Other' in toggles"},
       {"steps:\n  - A:\n      delete: [sentVxStatus.scheduledMlagPeerArpSync]\n", 3, "set it instead"},
-      {"steps:\n  - expect:\n      A:\n        localVxStatus.vniVtiToDynVlanMap[10010]: 10\n", 4,
-       "not a VNI and a VTI"},
-      {"steps:\n  - expect:\n      A:\n        localVxStatus.scheduledMlagPeerArpSync: absent\n", 4,
-       "always has a value"},
-      {"steps:\n  - expect:\n      A:\n        localVxStatus.vtepTypeAddr: 3\n", 4, "is a collection"},
-      {"steps:\n  - expect:\n      A:\n        localVxStatus.scheduledMlagPeerArpSync: {count: 1}\n", 4,
-       "has no count"},
-      {"steps:\n  - expect:\n      A:\n        localVxStatus.vtepTypeAddr[localVtep]: 1.2.3\n", 4,
-       "is not an IPv4 address"},
-      {"steps:\n  - expect:\n      A:\n        container.thirdSm: present\n", 4, "expected container.<child>"},
-      {"steps:\n  - expect:\n      A:\n        sentVxStatus.sharedDynVlan: {count: 1}\n      A:\n        "
-       "sentVxStatus.sharedDynVlan: {count: 2}\n",
+      {expectA + "localVxStatus.vniVtiToDynVlanMap[10010]: 10\n", 4, "not a VNI and a VTI"},
+      {expectA + "localVxStatus.scheduledMlagPeerArpSync: absent\n", 4, "always has a value"},
+      {expectA + "localVxStatus.vtepTypeAddr: 3\n", 4, "is a collection"},
+      {expectA + "localVxStatus.scheduledMlagPeerArpSync: {count: 1}\n", 4, "has no count"},
+      {expectA + "localVxStatus.vtepTypeAddr[localVtep]: 1.2.3\n", 4, "is not an IPv4 address"},
+      {expectA + "container.thirdSm: present\n", 4, "expected container.<child>"},
+      {expectA + "sentVxStatus.sharedDynVlan: {count: 1}\n      A:\n        sentVxStatus.sharedDynVlan: {count: 2}\n",
        5, "written twice"},
   };
   for (auto const& c : cases) {
@@ -182,18 +167,18 @@ TEST(ScenarioTest, KeysReadBackAsTheReportPrintsThem) {
 }
 
 TEST(ScenarioTest, TheMessageNamesFileAndLine) {
-  try {
-    (void)Sim::parseScenario("steps:\n  - link: sever\n", "dir/broken.yaml");
-    FAIL() << "accepted";
-  } catch (Sim::ScenarioError const& e) {
-    EXPECT_EQ(std::string(e.what()), "dir/broken.yaml:2: link: expected cut or restore");
-  }
-  try {
-    (void)Sim::loadScenario("/nonexistent/scenario.yaml");
-    FAIL() << "accepted";
-  } catch (Sim::ScenarioError const& e) {
-    EXPECT_EQ(std::string(e.what()), "/nonexistent/scenario.yaml: no such file");
-  }
+  auto whatOf = [](auto load) {
+    try {
+      load();
+    } catch (Sim::ScenarioError const& e) {
+      return std::string(e.what());
+    }
+    return std::string("accepted");
+  };
+  EXPECT_EQ(whatOf([] { (void)Sim::parseScenario("steps:\n  - link: sever\n", "dir/broken.yaml"); }),
+            "dir/broken.yaml:2: link: expected cut or restore");
+  EXPECT_EQ(whatOf([] { (void)Sim::loadScenario("/nonexistent/scenario.yaml"); }),
+            "/nonexistent/scenario.yaml: no such file");
 }
 
 // What the library raises is reported with its step, and the run goes on.
@@ -270,6 +255,35 @@ steps:
     EXPECT_NE(text.find(line), std::string::npos) << line << "\n" << text;
   }
   EXPECT_EQ(text.find("ok "), std::string::npos) << "quiet shows only what failed";
+}
+
+// The ring file the built-in scenario writes describes each message of a handler once: a
+// message reached from several paths of one function is one statement with one id.
+TEST(ScenarioTest, BuiltinScenarioDescribesEachMessageOfAFunctionOnce) {
+  {
+    Sim::Pair pair;
+    std::ostringstream report;
+    auto result = Sim::runScenario(pair, Sim::parseScenario(Sim::builtinScenarioText(), Sim::builtinScenarioName),
+                                   report, {.quiet = true});
+    ASSERT_EQ(result.failed, 0u) << report.str();
+  }
+  char const* dir = std::getenv("RINGLOGDIR");
+  ASSERT_NE(dir, nullptr);
+  auto file = RingLog::decodeFile(std::string(dir) + "/Mlag-Vxlan.rl");
+  ASSERT_TRUE(file.ok()) << file.errors.front();
+  ASSERT_GT(file.messages.size(), 20u) << "the scenario should reach most handlers";
+
+  // One message is one text with values of the same types: " Del {mac}" and " Del {vlanId}"
+  // are two.
+  std::map<std::tuple<std::string, std::string, std::string>, std::set<std::uint32_t>> lines;
+  for (auto const& m : file.messages) {
+    EXPECT_FALSE(m.function.empty()) << m.text;
+    lines[{m.function, m.text, m.codes}].insert(m.line);
+  }
+  for (auto const& [where, at] : lines) {
+    EXPECT_EQ(at.size(), 1u) << std::get<0>(where) << ": \"" << std::get<1>(where) << "\" is described from "
+                             << at.size() << " lines, first at " << *at.begin();
+  }
 }
 
 }  // namespace

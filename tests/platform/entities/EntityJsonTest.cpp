@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "entities/Arp/InputConfig.h"
 #include "entities/Bfd/StatusPeer.h"
@@ -175,6 +176,24 @@ TEST(EntityJson, BfdArpInputAndControllerTables) {
   fdb->macVtepTableIs(mac, VxlanController::MacVtepV2(mac, vtep1, 7, 16));
   EXPECT_EQ(toJson(*fdb).dump(1), json(R"j({"macVtepTable": {
     "00:1c:73:00:00:01": "macAddr=00:1c:73:00:00:01, vtepIp=10.0.0.1, seqNum=7, preference=16"}})j"));
+}
+
+// An entry is read by a key of either family from the collection of that family only.
+TEST(ArpInputConfig, AfEntryReadsTheCollectionOfTheKeysFamily) {
+  auto vrf = Brix::newNode<Arp::InputConfigVrf>(L3::VrfName("default"));
+  IntfId vlan10("Vlan10");
+  Arp::InputConfigEntry e4(Arp::InputConfigKey(vlan10, vtep1), EthAddr(0, 0, 4));
+  Arp::InputConfigEntry e6(Arp::InputConfigKey(vlan10, Ip6Addr::parse("2001:db8::1")), EthAddr(0, 0, 6));
+  Arp::InputConfigKey misfiled(vlan10, Ip6Addr::parse("2001:db8::2"));
+  vrf->ipv4Is(e4);
+  vrf->ipv6Is(e6);
+  vrf->ipv4Is(Arp::InputConfigEntry(misfiled, EthAddr(0, 0, 7)));
+  for (auto const& [key, entry] :
+       {std::pair{e4.key(), e4}, std::pair{e6.key(), e6}, std::pair{misfiled, Arp::InputConfigEntry()},
+        std::pair{Arp::InputConfigKey(vlan10, vtep2), Arp::InputConfigEntry()}}) {
+    EXPECT_EQ(vrf->afEntryHas(key), entry != Arp::InputConfigEntry()) << key;
+    EXPECT_EQ(vrf->afEntry(key), entry) << key;
+  }
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <utility>
 
 #include "runtime/Node.h"
@@ -33,17 +32,9 @@ TEST(RQueue, ChunksDoubleFrom4To8192AndClearStartsSmallAgain) {
     return q.chunkCountForTest();
   };
   // Capacities 4, 8, 16, ... 8192, then 8192 again.
-  for (auto [n, chunks] : std::initializer_list<std::pair<int, unsigned>>{{4, 1},
-                                                                          {5, 2},
-                                                                          {8, 2},
-                                                                          {9, 3},
-                                                                          {17, 4},
-                                                                          {16384, 13},
-                                                                          {16385, 14},
-                                                                          {16384 + 8192, 14},
-                                                                          {16384 + 8192 + 1, 15}}) {
-    EXPECT_EQ(chunksAt(n), chunks) << n;
-  }
+  std::pair<int, unsigned> const sizes[] = {
+      {4, 1}, {5, 2}, {8, 2}, {9, 3}, {17, 4}, {16384, 13}, {16385, 14}, {16384 + 8192, 14}, {16384 + 8192 + 1, 15}};
+  for (auto [n, chunks] : sizes) EXPECT_EQ(chunksAt(n), chunks) << n;
   q.clear();
   EXPECT_EQ(q.chunkCountForTest(), 0u);
   EXPECT_EQ(chunksAt(5), 2u);

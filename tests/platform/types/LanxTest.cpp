@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,21 +29,11 @@ using ValueChecks::text;
 
 TEST(IntfId, NamesRoundTripWithTheirShortNames) {
   // The last five are names the encoding does not hold: they keep their text and abbreviation.
-  for (auto [name, shortName] :
-       std::initializer_list<std::pair<char const*, char const*>>{{"Ethernet1", "Et1"},
-                                                                  {"Ethernet3/1/4", "Et3/1/4"},
-                                                                  {"Ethernet0", "Et0"},
-                                                                  {"Port-Channel2", "Po2"},
-                                                                  {"Vlan4094", "Vl4094"},
-                                                                  {"Vxlan1", "Vx1"},
-                                                                  {"Loopback0", "Lo0"},
-                                                                  {"Management1", "Ma1"},
-                                                                  {"Tunnel5", "Tu5"},
-                                                                  {"Ethernet1/1.100", "Et1/1.100"},
-                                                                  {"Vlan010", "Vl010"},
-                                                                  {"Ethernet1/2/3/4", "Et1/2/3/4"},
-                                                                  {"Recirc-Channel7", "Recirc-Channel7"},
-                                                                  {"Vlanx1", "Vlanx1"}}) {
+  std::istringstream names(
+      "Ethernet1 Et1 Ethernet3/1/4 Et3/1/4 Ethernet0 Et0 Port-Channel2 Po2 Vlan4094 Vl4094 Vxlan1 Vx1 Loopback0 Lo0 "
+      "Management1 Ma1 Tunnel5 Tu5 Ethernet1/1.100 Et1/1.100 Vlan010 Vl010 Ethernet1/2/3/4 Et1/2/3/4 Recirc-Channel7 "
+      "Recirc-Channel7 Vlanx1 Vlanx1");
+  for (std::string name, shortName; names >> name >> shortName;) {
     IntfId id(name);
     EXPECT_EQ(text(id), name);
     EXPECT_EQ(id.shortName().view(), shortName) << name;
@@ -54,48 +45,34 @@ TEST(IntfId, NamesRoundTripWithTheirShortNames) {
 }
 
 TEST(IntfId, DistinctNamesDifferAndEncodedNamesSortByKindThenNumbers) {
-  std::vector<IntfId> ids{IntfId("Ethernet1"), IntfId("Ethernet1/1"),     IntfId("Ethernet10"),
-                          IntfId("Vlan1"),     IntfId("Vxlan1"),          IntfId("Port-Channel1"),
-                          IntfId("Vlan01"),    IntfId("Ethernet1/1.100"), IntfId("Ethernet1/1.101"),
-                          IntfId("Loopback1"), IntfId("Management1"),     IntfId("Tunnel1"),
-                          IntfId("SomeName"),  IntfId("Ethernet1/0"),     IntfId()};
-  for (std::size_t i = 0; i < ids.size(); ++i) {
-    for (std::size_t j = 0; j < ids.size(); ++j) EXPECT_EQ(ids[i] == ids[j], i == j) << ids[i] << " vs " << ids[j];
+  auto ids = [](std::initializer_list<char const*> names) {
+    std::vector<IntfId> out;
+    for (char const* n : names) out.emplace_back(n);
+    return out;
+  };
+  auto distinct =
+      ids({"Ethernet1", "Ethernet1/1", "Ethernet10", "Vlan1", "Vxlan1", "Port-Channel1", "Vlan01", "Ethernet1/1.100",
+           "Ethernet1/1.101", "Loopback1", "Management1", "Tunnel1", "SomeName", "Ethernet1/0", ""});
+  for (std::size_t i = 0; i < distinct.size(); ++i) {
+    for (std::size_t j = 0; j < distinct.size(); ++j) EXPECT_EQ(distinct[i] == distinct[j], i == j) << distinct[i];
   }
-  std::vector<IntfId> ordered{IntfId(),
-                              IntfId("Ethernet1"),
-                              IntfId("Ethernet1/1"),
-                              IntfId("Ethernet1/2"),
-                              IntfId("Ethernet1/10"),
-                              IntfId("Ethernet2"),
-                              IntfId("Ethernet10"),
-                              IntfId("Port-Channel1"),
-                              IntfId("Vlan4094"),
-                              IntfId("Vxlan1")};
+  auto ordered = ids({"", "Ethernet1", "Ethernet1/1", "Ethernet1/2", "Ethernet1/10", "Ethernet2", "Ethernet10",
+                      "Port-Channel1", "Vlan4094", "Vxlan1"});
   for (std::size_t i = 1; i < ordered.size(); ++i) EXPECT_LT(ordered[i - 1], ordered[i]) << ordered[i];
 }
 
 TEST(IntfId, VlanIdAndVxlanTunnelOfAName) {
-  using Lanx::VlanIntfId;
-  for (auto [name, vlan] : std::initializer_list<std::pair<char const*, std::uint32_t>>{
-           {"Vlan10", 10},
-           {"Vlan5000", 5000},  // beyond 4094: the caller's range check decides
-           {"Vlan99999999999", std::numeric_limits<std::uint32_t>::max()},
-           {"Vlan010", 10},
-           {"Vlan0", 0},
-           {"Ethernet10", 0},
-           {"Vxlan10", 0},
-           {"Vlan", 0},
-           {"Vlan1/2", 0},
-           {"", 0}}) {
-    EXPECT_EQ(VlanIntfId::vlanId(IntfId(name)), vlan) << name;
-  }
-  for (char const* yes : {"Vxlan1", "Vxlan2000000", "Vxlan01"}) {
-    EXPECT_TRUE(Lanx::VxlanTunnelIntfId::isVxlanTunnelIntfId(IntfId(yes))) << yes;
-  }
-  for (char const* no : {"Vlan1", "", "Vxlan", "Vxlan1/1", "VxlanTunnel1", "Vxlan1.5"}) {
-    EXPECT_FALSE(Lanx::VxlanTunnelIntfId::isVxlanTunnelIntfId(IntfId(no))) << no;
-  }
+  // Beyond 4094 the caller's range check decides.
+  std::pair<char const*, std::uint32_t> const vlans[] = {
+      {"Vlan10", 10},  {"Vlan5000", 5000}, {"Vlan99999999999", std::numeric_limits<std::uint32_t>::max()},
+      {"Vlan010", 10}, {"Vlan0", 0},       {"Ethernet10", 0},
+      {"Vxlan10", 0},  {"Vlan", 0},        {"Vlan1/2", 0},
+      {"", 0}};
+  for (auto [name, vlan] : vlans) EXPECT_EQ(Lanx::VlanIntfId::vlanId(IntfId(name)), vlan) << name;
+  std::pair<char const*, bool> const tunnels[] = {
+      {"Vxlan1", true}, {"Vxlan2000000", true}, {"Vxlan01", true},       {"Vlan1", false},   {"", false},
+      {"Vxlan", false}, {"Vxlan1/1", false},    {"VxlanTunnel1", false}, {"Vxlan1.5", false}};
+  for (auto [name, yes] : tunnels) EXPECT_EQ(Lanx::VxlanTunnelIntfId::isVxlanTunnelIntfId(IntfId(name)), yes) << name;
 }
 
 RC_GTEST_PROP(IntfId, AnyNameRoundTrips, (std::string const& name, std::uint32_t a, std::uint16_t b)) {
@@ -154,19 +131,12 @@ RC_GTEST_PROP(IpAddr, TextRoundTrips, (std::uint32_t v)) {
 }
 
 TEST(Ip6Addr, CanonicalAndExpandedText) {
-  for (auto [input, canonical] :
-       std::initializer_list<std::pair<char const*, char const*>>{{"2001:db8::1", "2001:db8::1"},
-                                                                  {"::", "::"},
-                                                                  {"1::", "1::"},
-                                                                  {"2001:DB8:0:0:1:0:0:1", "2001:db8::1:0:0:1"},
-                                                                  {"2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1"},
-                                                                  {"1:0:0:2:0:0:0:3", "1:0:0:2::3"},
-                                                                  {"fe80::1:2:3:4:5:6", "fe80:0:1:2:3:4:5:6"},
-                                                                  {"::ffff:10.0.0.1", "::ffff:10.0.0.1"},
-                                                                  {"64:ff9b::192.0.2.33", "64:ff9b::c000:221"},
-                                                                  {"1:2:3:4:5:6:1.2.3.4", "1:2:3:4:5:6:102:304"}}) {
-    EXPECT_EQ(text(Ip6Addr::parse(input)), canonical) << input;
-  }
+  std::istringstream forms(
+      "2001:db8::1 2001:db8::1 :: :: 1:: 1:: 2001:DB8:0:0:1:0:0:1 2001:db8::1:0:0:1 2001:db8:0:1:1:1:1:1 "
+      "2001:db8:0:1:1:1:1:1 1:0:0:2:0:0:0:3 1:0:0:2::3 fe80::1:2:3:4:5:6 fe80:0:1:2:3:4:5:6 ::ffff:10.0.0.1 "
+      "::ffff:10.0.0.1 64:ff9b::192.0.2.33 64:ff9b::c000:221 1:2:3:4:5:6:1.2.3.4 1:2:3:4:5:6:102:304");
+  // Each input, then its canonical text.
+  for (std::string in, canonical; forms >> in >> canonical;) EXPECT_EQ(text(Ip6Addr::parse(in)), canonical) << in;
   EXPECT_EQ(Ip6Addr::parse("2001:db8::1").stringValueExpanded().view(), "2001:0db8:0000:0000:0000:0000:0000:0001");
   EXPECT_EQ(Ip6Addr::parse("2001:db8::1").group(1), 0x0db8);
   expectMalformed<Ip6Addr>("Lanx::Ip6Addr", {"", ":", ":::", "1:::2", "1::2::3", "1:2:3:4:5:6:7", "1:2:3:4:5:6:7:8:9",

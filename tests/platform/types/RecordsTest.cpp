@@ -1,31 +1,45 @@
-// Every field of a record takes part in ==, isEq and the hash; the defaults that are not zero;
-// the text forms no entity dump shows (EntityJsonTest checks the others).
+// The number types' ranges; every field of a pair or record takes part in ==, isEq and the hash;
+// the defaults that are not zero; the text forms no entity dump shows (EntityJsonTest checks the
+// others).
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <functional>
+#include <set>
 #include <string>
 #include <type_traits>
 #include <variant>
+#include <vector>
 
 #include "platform/types/ValueChecks.h"
+#include "runtime/Exceptions.h"
 #include "runtime/HashMap2018.h"
 #include "types/Arp.h"
 #include "types/Bfd.h"
+#include "types/Bridging.h"
 #include "types/L2Rib.h"
+#include "types/L3.h"
 #include "types/Mlag.h"
 #include "types/MlagP2p.h"
 #include "types/Shoal.h"
+#include "types/Swix.h"
+#include "types/Vxlan.h"
 #include "types/VxlanController.h"
 
 namespace {
 
+using Bridging::ExtendedVlanId;
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
 using Lanx::EthAddr;
 using Lanx::IntfId;
 using Lanx::IpAddr;
 using Lanx::IpGenAddr;
+using ValueChecks::expectEachChangeCounts;
 using ValueChecks::expectEveryFieldCounts;
+using ValueChecks::expectThrowsText;
 using ValueChecks::hashOf;
 using ValueChecks::text;
-using ValueChecks::with;
 
 IpAddr const vtep = IpAddr::parse("10.0.0.1");
 IpAddr const vtep2(10, 0, 0, 2);
@@ -33,27 +47,25 @@ EthAddr const mac = EthAddr::parse("00:1c:73:00:00:01");
 
 TEST(Records, EveryFieldCounts) {
   VxlanController::BfdPeerStatusV2 bfd("Vxlan1", vtep, 1, 2);
-  expectEveryFieldCounts(bfd, with(bfd, [](auto& v) { v.labelIs("Vxlan1-mlag"); }),
-                         with(bfd, [](auto& v) { v.ipIs(vtep2); }), with(bfd, [](auto& v) { v.statusIs(3); }),
-                         with(bfd, [](auto& v) { v.remoteStatusIs(3); }));
+  expectEachChangeCounts(
+      bfd, [](auto& v) { v.labelIs("Vxlan1-mlag"); }, [](auto& v) { v.ipIs(vtep2); }, [](auto& v) { v.statusIs(3); },
+      [](auto& v) { v.remoteStatusIs(3); });
   VxlanController::MacVtepV2 macVtep(mac, vtep, 7, 100);
-  expectEveryFieldCounts(macVtep, with(macVtep, [](auto& v) { v.macAddrIs(EthAddr(0, 0, 2)); }),
-                         with(macVtep, [](auto& v) { v.vtepIpIs(vtep2); }),
-                         with(macVtep, [](auto& v) { v.seqNumIs(8); }),
-                         with(macVtep, [](auto& v) { v.preferenceIs(1); }));
+  expectEachChangeCounts(
+      macVtep, [](auto& v) { v.macAddrIs(EthAddr(0, 0, 2)); }, [](auto& v) { v.vtepIpIs(vtep2); },
+      [](auto& v) { v.seqNumIs(8); }, [](auto& v) { v.preferenceIs(1); });
   Arp::ArpEntry arp(vtep, mac, 2);
-  expectEveryFieldCounts(arp, with(arp, [](auto& v) { v.ipAddrIs(vtep2); }),
-                         with(arp, [](auto& v) { v.ethAddrIs(EthAddr()); }), with(arp, [](auto& v) { v.kindIs(1); }));
+  expectEachChangeCounts(
+      arp, [](auto& v) { v.ipAddrIs(vtep2); }, [](auto& v) { v.ethAddrIs(EthAddr()); }, [](auto& v) { v.kindIs(1); });
 
   Arp::InputConfigKey key(IntfId("Vlan10"), IpGenAddr(vtep));
   expectEveryFieldCounts(key, Arp::InputConfigKey(IntfId("Vlan11"), IpGenAddr(vtep)),
                          Arp::InputConfigKey(IntfId("Vlan10"), IpGenAddr(vtep2)));
   Arp::InputConfigEntry input(key, mac, 1, 0);
-  expectEveryFieldCounts(input, with(input, [](auto& v) { v.keyIs(Arp::InputConfigKey()); }),
-                         with(input, [](auto& v) { v.ethAddrIs(EthAddr()); }),
-                         with(input, [](auto& v) { v.kindIs(0); }),
-                         with(input, [](auto& v) { v.stateCodeIs(Arp::InputConfigEntry::stateCodeNotPublished); }),
-                         with(input, [](auto& v) { v.metricIs(0); }), with(input, [](auto& v) { v.generationIs(1); }));
+  expectEachChangeCounts(
+      input, [](auto& v) { v.keyIs(Arp::InputConfigKey()); }, [](auto& v) { v.ethAddrIs(EthAddr()); },
+      [](auto& v) { v.kindIs(0); }, [](auto& v) { v.stateCodeIs(Arp::InputConfigEntry::stateCodeNotPublished); },
+      [](auto& v) { v.metricIs(0); }, [](auto& v) { v.generationIs(1); });
 
   Mlag::VlanIpSource src(Bridging::VlanIdOrNone(10), IpGenAddr(vtep), Arp::ArpSourceId::dynamic);
   expectEveryFieldCounts(src,
@@ -65,18 +77,17 @@ TEST(Records, EveryFieldCounts) {
 
   expectEveryFieldCounts(Mlag::HostEntryKey(10, mac), Mlag::HostEntryKey(11, mac), Mlag::HostEntryKey(10, EthAddr()));
   Mlag::HostEntry host("Vxlan1:10.0.0.1", 12.5, 3, Mlag::HostEntryKey(10, mac), 5, 1);
-  expectEveryFieldCounts(
-      host, with(host, [](auto& v) { v.intfIs("Vxlan1:10.0.0.2"); }),
-      with(host, [](auto& v) { v.lastMoveTimeIs(12.25); }), with(host, [](auto& v) { v.movesIs(4); }),
-      with(host, [](auto& v) { v.keyIs(Mlag::HostEntryKey(10, EthAddr())); }),
-      with(host, [](auto& v) { v.entryTypeIs(6); }), with(host, [](auto& v) { v.hostEntryFlagIs(0); }));
+  expectEachChangeCounts(
+      host, [](auto& v) { v.intfIs("Vxlan1:10.0.0.2"); }, [](auto& v) { v.lastMoveTimeIs(12.25); },
+      [](auto& v) { v.movesIs(4); }, [](auto& v) { v.keyIs(Mlag::HostEntryKey(10, EthAddr())); },
+      [](auto& v) { v.entryTypeIs(6); }, [](auto& v) { v.hostEntryFlagIs(0); });
   expectEveryFieldCounts(MlagP2p::HostEntryKey(10, mac), MlagP2p::HostEntryKey(11, mac),
                          MlagP2p::HostEntryKey(10, EthAddr()));
   MlagP2p::HostEntry sent("Vxlan1:10.0.0.1:100", 12.5, 3, MlagP2p::HostEntryKey(10, mac), 5);
-  expectEveryFieldCounts(sent, with(sent, [](auto& v) { v.intfIs("Vxlan1:10.0.0.1"); }),
-                         with(sent, [](auto& v) { v.lastMoveTimeIs(13.0); }), with(sent, [](auto& v) { v.movesIs(0); }),
-                         with(sent, [](auto& v) { v.keyIs(MlagP2p::HostEntryKey(1, mac)); }),
-                         with(sent, [](auto& v) { v.entryTypeIs(0); }));
+  expectEachChangeCounts(
+      sent, [](auto& v) { v.intfIs("Vxlan1:10.0.0.1"); }, [](auto& v) { v.lastMoveTimeIs(13.0); },
+      [](auto& v) { v.movesIs(0); }, [](auto& v) { v.keyIs(MlagP2p::HostEntryKey(1, mac)); },
+      [](auto& v) { v.entryTypeIs(0); });
 
   using Shoal::Bridging::ShoalFdbStatus;
   using Shoal::Vxlan::LearnedHost;
@@ -84,23 +95,22 @@ TEST(Records, EveryFieldCounts) {
                 "Shoal table rows");
   ShoalFdbStatus fdb(Bridging::HostKey(Bridging::VlanId(10), mac), Vxlan1, 100.5, 2,
                      Bridging::EntryType::learnedRemoteMac, 0);
-  expectEveryFieldCounts(fdb, with(fdb, [](auto& v) { v.keyIs(Bridging::HostKey(Bridging::VlanId(11), mac)); }),
-                         with(fdb, [](auto& v) { v.intfIs(IntfId("Vxlan2")); }),
-                         with(fdb, [](auto& v) { v.lastMoveTimeIs(100.25); }), with(fdb, [](auto& v) { v.movesIs(3); }),
-                         with(fdb, [](auto& v) { v.entryTypeIs(Bridging::EntryType::receivedRemoteMac); }),
-                         with(fdb, [](auto& v) { v.flagsIs(1); }));
+  expectEachChangeCounts(
+      fdb, [](auto& v) { v.keyIs(Bridging::HostKey(Bridging::VlanId(11), mac)); },
+      [](auto& v) { v.intfIs(IntfId("Vxlan2")); }, [](auto& v) { v.lastMoveTimeIs(100.25); },
+      [](auto& v) { v.movesIs(3); }, [](auto& v) { v.entryTypeIs(Bridging::EntryType::receivedRemoteMac); },
+      [](auto& v) { v.flagsIs(1); });
   LearnedHost learned(100.5, Vxlan::MacVlanPair(mac, Bridging::VlanId(10)), IpGenAddr(vtep), 0);
-  expectEveryFieldCounts(learned, with(learned, [](auto& v) { v.lastMoveTimeIs(1.0); }),
-                         with(learned, [](auto& v) { v.keyIs(Vxlan::MacVlanPair(mac, Bridging::VlanId(1))); }),
-                         with(learned, [](auto& v) { v.vtepIpIs(IpGenAddr::parse("2001:db8::1")); }),
-                         with(learned, [](auto& v) { v.flagsIs(2); }));
+  expectEachChangeCounts(
+      learned, [](auto& v) { v.lastMoveTimeIs(1.0); },
+      [](auto& v) { v.keyIs(Vxlan::MacVlanPair(mac, Bridging::VlanId(1))); },
+      [](auto& v) { v.vtepIpIs(IpGenAddr::parse("2001:db8::1")); }, [](auto& v) { v.flagsIs(2); });
 }
 
 TEST(Records, DefaultsThatAreNotZero) {
   EXPECT_TRUE(VxlanController::BfdPeerStatusV2().isEq(VxlanController::BfdPeerStatusV2("", IpAddr(), 3, 3)));
   EXPECT_TRUE(VxlanController::MacVtepV2().isEq(VxlanController::MacVtepV2(EthAddr(), IpAddr(), 0, 16)));
   EXPECT_EQ(Arp::ArpEntry().kind(), 1);
-  EXPECT_EQ(Arp::InputConfigEntry().metric(), 0xffffu);
   EXPECT_EQ(Shoal::Vxlan::LearnedHost().key().vlanId(), Bridging::VlanId(1));
   EXPECT_EQ(Shoal::Bridging::ShoalFdbStatus().entryType(), Bridging::EntryType::unknownEntry);
   EXPECT_EQ(L2Rib::Dest().destType(), L2Rib::DestType::none);
@@ -181,6 +191,155 @@ TEST(RecordKeys, EqualValuesMadeApartFindEachOtherInAHashMap) {
   Vok::HashMap2018<Vxlan::VniVtiPair, Bridging::ExtendedVlanId> vniVti;
   vniVti.newMemberG(Vxlan::VniVtiPair(Vxlan::VniExtOrNone(10010), Vxlan1), Bridging::ExtendedVlanId(10));
   EXPECT_EQ(vniVti.lookupNodeG(Vxlan::VniVtiPair(IntfId("Vxlan1"), Vxlan::VniExt(10010)))->value.value(), 10);
+}
+
+constexpr char const* vlanIdText = "Bridging::VlanId::value < 1 or > 4094 not allowed";
+constexpr char const* vlanIdOrNoneText = "Bridging::VlanIdOrNone::value > 4094 not allowed";
+constexpr char const* vniExtText = "Vxlan::VniExt::value < Vxlan::VniExt::min or > Vxlan::VniExt::max not allowed";
+
+// Each number type's ends, and the values and conversions its check refuses; a wide value must
+// not wrap into the range.
+TEST(VlanAndVniNumbers, EndsAreKeptAndEverythingOutsideRaisesWithItsText) {
+  EXPECT_EQ(VlanId().value(), 1);
+  EXPECT_EQ(VlanId(4094).value(), 4094);
+  EXPECT_EQ(VlanId(ExtendedVlanId(4094)), VlanId(4094));
+  EXPECT_EQ(VlanIdOrNone(4094).value(), 4094);
+  EXPECT_TRUE(VlanIdOrNone(0).isNone());
+  EXPECT_EQ(ExtendedVlanId(65535).value(), 65535);
+  EXPECT_EQ(ExtendedVlanId(4094).vlanIdOrNone(), VlanIdOrNone(4094));
+  EXPECT_EQ(Vxlan::VniExt(0).value(), 0u) << "VNI 0 is a valid VNI";
+  EXPECT_EQ(Vxlan::VniExt(0xfffffffeu).value(), 0xfffffffeu);
+  EXPECT_EQ(Vxlan::VniExt(Vxlan::VniExtOrNone(5000)), Vxlan::VniExt(5000));
+  EXPECT_EQ(Vxlan::VniExtOrNone().value(), 0xffffffffu);
+  EXPECT_FALSE(Vxlan::VniExtOrNone(0).isNone());
+
+  struct Case {
+    std::function<void()> make;
+    char const* text;
+  };
+  Case const cases[] = {
+      {[] { (void)VlanId(0); }, vlanIdText},
+      {[] { (void)VlanId(4095); }, vlanIdText},
+      {[] { (void)VlanId(-1); }, vlanIdText},
+      {[] { (void)VlanId(std::uint32_t{65536 + 10}); }, vlanIdText},
+      {[] { (void)VlanId(std::uint16_t{65535}); }, vlanIdText},
+      {[] { (void)VlanId(VlanIdOrNone()); }, vlanIdText},
+      {[] { (void)VlanId(ExtendedVlanId(4095)); }, vlanIdText},
+      {[] { (void)VlanIdOrNone(4095); }, vlanIdOrNoneText},
+      {[] { (void)VlanIdOrNone(-1); }, vlanIdOrNoneText},
+      {[] { (void)VlanIdOrNone(std::uint32_t{70000}); }, vlanIdOrNoneText},
+      {[] { (void)VlanIdOrNone(ExtendedVlanId(4095)); }, vlanIdOrNoneText},
+      {[] { (void)ExtendedVlanId(4095).vlanIdOrNone(); }, vlanIdOrNoneText},
+      {[] { (void)Vxlan::VniExt(0xffffffffu); }, vniExtText},
+      {[] { (void)Vxlan::VniExt(-1); }, vniExtText},
+      {[] { (void)Vxlan::VniExt(std::uint64_t{1} << 32); }, vniExtText},
+      {[] { (void)Vxlan::VniExt(Vxlan::VniExtOrNone()); }, vniExtText},
+      {[] { (void)Vxlan::VniVtiPair(Vxlan1, Vxlan::VniExtOrNone()); }, vniExtText},
+      {[] { (void)Vxlan::VniVtiPair(Vxlan::VniExtOrNone(), Vxlan1); }, vniExtText},
+  };
+  for (auto const& c : cases) expectThrowsText<Brix::RangeException>(c.make, c.text);
+
+  EXPECT_LT(VlanId(9), VlanId(10));
+  EXPECT_NE(hashOf(VlanId(10)), hashOf(VlanId(11)));
+  EXPECT_NE(hashOf(Vxlan::VniExtOrNone(0)), hashOf(Vxlan::VniExtOrNone()));
+  EXPECT_EQ(text(ExtendedVlanId(5000)), "5000");
+  EXPECT_EQ(text(Vxlan::VniExtOrNone()), "none");
+}
+
+TEST(VxlanPairs, EveryFieldCountsAndTheirTexts) {
+  EXPECT_EQ(Vxlan::MacVlanPair().vlanId().value(), 1) << "VLAN 1, not 0";
+  Vxlan::MacVlanPair mv(Lanx::EthAddr(0, 0, 1), VlanId(10));
+  expectEveryFieldCounts(mv, Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 2), VlanId(10)),
+                         Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 1), VlanId(11)));
+  // Ordered by MAC first, then VLAN.
+  EXPECT_LT(Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 1), VlanId(20)),
+            Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 2), VlanId(1)));
+  EXPECT_LT(Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 1), VlanId(1)),
+            Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 1), VlanId(2)));
+
+  // The VLAN of a VlanIpPair is a plain number until checked.
+  EXPECT_EQ(Vxlan::VlanIpPair(5000, Lanx::IpGenAddr()).vlanId(), 5000);
+  Vxlan::VlanIpPair vi(10, Lanx::IpGenAddr::parse("10.0.0.1"));
+  expectEveryFieldCounts(vi, Vxlan::VlanIpPair(11, Lanx::IpGenAddr::parse("10.0.0.1")),
+                         Vxlan::VlanIpPair(10, Lanx::IpGenAddr::parse("10.0.0.2")),
+                         Vxlan::VlanIpPair(10, Lanx::IpGenAddr::parse("a00:1::")));
+
+  Vxlan::VniVtiPair vv(Vxlan::VniExtOrNone(0), Lanx::IntfId("Vxlan2"));
+  EXPECT_EQ(vv, Vxlan::VniVtiPair(Lanx::IntfId("Vxlan2"), Vxlan::VniExt(0)));
+  expectEveryFieldCounts(vv, Vxlan::VniVtiPair(Vxlan1, Vxlan::VniExt(0)),
+                         Vxlan::VniVtiPair(Lanx::IntfId("Vxlan2"), Vxlan::VniExt(1)));
+
+  EXPECT_TRUE(Vxlan::VniSourcePair().vni().isNone());
+  Vxlan::VniSourcePair vs(Vxlan1, "static", Vxlan::VniExtOrNone(10010), 0);
+  expectEachChangeCounts(
+      vs, [](auto& v) { v.intfIdIs(Lanx::IntfId("Vxlan2")); }, [](auto& v) { v.sourceIs("evpn"); },
+      [](auto& v) { v.vniIs(Vxlan::VniExtOrNone(10011)); }, [](auto& v) { v.flagsIs(1); });
+  Bridging::HostKey hk(VlanId(10), Lanx::EthAddr(0, 0, 1));
+  expectEveryFieldCounts(hk, Bridging::HostKey(VlanId(11), Lanx::EthAddr(0, 0, 1)),
+                         Bridging::HostKey(VlanId(10), Lanx::EthAddr(0, 0, 2)));
+
+  EXPECT_EQ(text(mv), "(00:00:00:00:00:01, 10)");
+  EXPECT_EQ(text(vi), "(10, 10.0.0.1)");
+  EXPECT_EQ(text(vv), "(Vxlan2, 0)");
+  EXPECT_EQ(text(vs), "(10010, Vxlan1, static)");
+}
+
+TEST(VxlanEnumerations, UnnamedValuesPrintAsTheirNumbers) {
+  // The four sources and "default" make five distinct shareable source names.
+  std::set<std::string_view> names{"default"};
+  for (int v : {1, 8, 16, 32}) names.insert(Vxlan::stringValue(static_cast<Vxlan::VniSource>(v)));
+  EXPECT_EQ(names.size(), 5u);
+  EXPECT_FALSE(names.contains("unknown"));
+  EXPECT_EQ(Vxlan::stringValue(static_cast<Vxlan::VniSource>(2)), "unknown");
+  EXPECT_EQ(text(static_cast<Vxlan::VniSource>(2)), "2");
+  EXPECT_EQ(text(static_cast<Bridging::EntryType>(200)), "200");
+  EXPECT_EQ(Bridging::stringValue(static_cast<Bridging::EntryType>(200)), "unknown");
+}
+
+TEST(FString, HoldsUpTo129Bytes) {
+  std::string b129(129, 'x');
+  EXPECT_EQ(Swix::FString(b129).stringValue().str(), b129);
+  expectThrowsText<Vok::IndexRangeException>([] { (void)Swix::FString(std::string(130, 'x')); },
+                                             "index 129 out of range for size 130");
+  expectThrowsText<Vok::IndexRangeException>([] { (void)Swix::FString(Brix::String(std::string(200, 'y'))); },
+                                             "index 129 out of range for size 200");
+  EXPECT_TRUE(Swix::FString().isEq(Swix::FString("")));
+  EXPECT_TRUE(Swix::FString(Brix::String("default")).isEq(Swix::FString("default")));
+  EXPECT_FALSE(Swix::FString("default").isEq(Swix::FString("defaul")));
+  EXPECT_FALSE(Swix::FString("default").isEq(Swix::FString("default ")));
+  EXPECT_EQ(hashOf(Swix::FString("abc")), hashOf(Swix::FString(Brix::String("abc"))));
+  static_assert(std::is_trivially_copyable_v<Swix::FString>, "an FString lives in shared memory");
+}
+
+TEST(VrfName, DefaultSortsFirstThenByteOrderAndAtMost100Bytes) {
+  std::set<L3::VrfName> vrfs{L3::VrfName("b"),       L3::VrfName("Default"),        L3::VrfName("a"),
+                             L3::VrfName("default"), L3::VrfName("defaults"),       L3::VrfName("MGMT"),
+                             L3::VrfName(""),        L3::VrfName(Brix::String("a"))};
+  std::vector<std::string_view> order;
+  order.reserve(vrfs.size());
+  for (auto const& v : vrfs) order.push_back(v.view());
+  EXPECT_EQ(order, (std::vector<std::string_view>{"default", "", "Default", "MGMT", "a", "b", "defaults"}));
+  EXPECT_FALSE(L3::VrfName("default") < L3::VrfName("default"));
+  EXPECT_THROW((void)L3::VrfName(std::string(101, 'v')), Brix::RangeException) << "a bounded string of 100";
+  EXPECT_EQ(hashOf(L3::VrfName("red")), hashOf(L3::VrfName(Brix::String("red"))));
+  EXPECT_NE(hashOf(L3::VrfName("red")), hashOf(L3::VrfName("blue")));
+  EXPECT_TRUE(L3::VrfName("default").isDefault());
+}
+
+TEST(VlanConfigFlat, DefaultsAndEveryFieldCounts) {
+  using R = Bridging::Flat::VlanConfigFlat;
+  static_assert(std::is_trivially_copyable_v<R>, "a Shoal table row");
+  R def;
+  EXPECT_EQ(def.key(), VlanId(1));
+  EXPECT_EQ(def.priority(), 256);
+  EXPECT_TRUE(def.isEq(R(VlanId(1), Swix::FString("default"))));
+
+  R base(VlanId(10), Swix::FString("static"));
+  expectEachChangeCounts(
+      base, [](R& v) { v.vlanIdIs(VlanId(11)); }, [](R& v) { v.stateIs(1); },
+      [](R& v) { v.nameIs(Swix::FString("n")); }, [](R& v) { v.priorityIs(1); }, [](R& v) { v.timestampIs(1); },
+      [](R& v) { v.flagsIs(1); }, [](R& v) { v.ownerIs(1); }, [](R& v) { v.configSourceIs(Swix::FString("evpn")); },
+      [](R& v) { v.reserved1Is(1); }, [](R& v) { v.reserved2Is(1); });
 }
 
 }  // namespace

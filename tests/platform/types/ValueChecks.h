@@ -50,6 +50,12 @@ void expectEveryFieldCounts(T const& base, Variants const&... variants) {
       ...);
 }
 
+// As above, each variant made from base by one of the changes.
+template <class T, class... Changes>
+void expectEachChangeCounts(T const& base, Changes... changes) {
+  expectEveryFieldCounts(base, with(base, changes)...);
+}
+
 // f raises an E whose text is exactly `text`.
 template <class E, class F>
 void expectThrowsText(F f, std::string_view text) {
