@@ -268,7 +268,7 @@ class Reactor : public Base, public Impl::MemberOwner {
   using Base::zombie;
 
   // Binds with the base's notifierIs, so the class's own rebinding step does not run here.
-  Reactor(Owner* owner, Brix::Ptr<In const> const& input) : MemberOwner(this), owner_(owner) {
+  Reactor(Brix::Ptr<In const> const& input, Owner* owner) : MemberOwner(this), owner_(owner) {
     NotifieeConst::notifierIs(input.get());
     isRegisteredNotifieeIs(true);
   }
@@ -343,7 +343,7 @@ class InputCollection final : Impl::Member {
       r->vokDoZombieReactors(owner_->ownerZombie());
       return r;
     }
-    Brix::Ptr<R> r = Brix::newNode<R>(owner_, entry);
+    Brix::Ptr<R> r = Brix::newNode<R>(entry, owner_);
     r->hasNotificationActiveIs(true);
     map_.newMemberG(key, r);
     r->vokDoZombieReactors(owner_->ownerZombie());
@@ -425,7 +425,7 @@ class ReactorPtr final : Impl::Member {
       r_->vokDoZombieReactors(owner_->ownerZombie());
       return;
     }
-    r_ = Brix::newNode<R>(owner_, p);
+    r_ = Brix::newNode<R>(p, owner_);
     r_->hasNotificationActiveIs(true);
     r_->vokDoZombieReactors(owner_->ownerZombie());
   }

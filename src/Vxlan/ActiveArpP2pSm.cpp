@@ -108,8 +108,8 @@ void NestedSm_VtiStatus::VokDestState::react(NestedSm_VtiStatus& sm, Brix::Field
 
 // ---- one VTI: enable logic ----
 
-NestedSm_VtiStatus::NestedSm_VtiStatus(ActiveArpP2pSm* owner, Brix::Ptr<Vxlan::VtiStatus const> const& vtiStatus)
-    : Reactor(owner, vtiStatus), intf_(vtiStatus ? vtiStatus->intfId().shortName() : Brix::String()) {
+NestedSm_VtiStatus::NestedSm_VtiStatus(Brix::Ptr<Vxlan::VtiStatus const> const& vtiStatus, ActiveArpP2pSm* owner)
+    : Reactor(vtiStatus, owner), intf_(vtiStatus ? vtiStatus->intfId().shortName() : Brix::String()) {
   if (vtiStatus) handleInitialized();
 }
 

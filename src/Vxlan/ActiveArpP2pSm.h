@@ -46,8 +46,8 @@ class ActiveArpP2pSm : public Vok::StateMachine {
     template <class In, class Derived>
     class NestedReactor : public Vok::Reactor<NestedSm_VtiStatus, In> {
      public:
-      NestedReactor(NestedSm_VtiStatus* owner, Brix::Ptr<In const> const& input)
-          : Vok::Reactor<NestedSm_VtiStatus, In>(owner, input) {}
+      NestedReactor(Brix::Ptr<In const> const& input, NestedSm_VtiStatus* owner)
+          : Vok::Reactor<NestedSm_VtiStatus, In>(input, owner) {}
       void onAttribute(Brix::FieldId field, void const* key) override {
         if (this->zombie() || !this->owner()) return;
         static_cast<Derived*>(this)->react(*this->owner(), field, key);
@@ -81,7 +81,7 @@ class ActiveArpP2pSm : public Vok::StateMachine {
     };
 
     // Fully working on return: the constructor runs handleInitialized.
-    NestedSm_VtiStatus(ActiveArpP2pSm* owner, Brix::Ptr<Vxlan::VtiStatus const> const& vtiStatus);
+    NestedSm_VtiStatus(Brix::Ptr<Vxlan::VtiStatus const> const& vtiStatus, ActiveArpP2pSm* owner);
     static Lanx::IntfId keyOf(Vxlan::VtiStatus const& s) { return s.intfId(); }
     char const* typeData() const override { return "MlagVxlan::ActiveArpP2pSm::NestedSm_VtiStatus"; }
 

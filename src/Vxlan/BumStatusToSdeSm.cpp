@@ -126,9 +126,9 @@ void BumStatusToSdeSm::doCleanup() {
 
 // ---- one VTEP list ----
 
-VokBumVtepListInput::VokBumVtepListInput(BumStatusToSdeSm* owner,
-                                         Brix::Ptr<Vxlan::BumVtepList const> const& bumVtepListInput)
-    : Reactor(owner, bumVtepListInput), macVlanPair_(bumVtepListInput->macVlanPair()) {
+VokBumVtepListInput::VokBumVtepListInput(Brix::Ptr<Vxlan::BumVtepList const> const& bumVtepListInput,
+                                         BumStatusToSdeSm* owner)
+    : Reactor(bumVtepListInput, owner), macVlanPair_(bumVtepListInput->macVlanPair()) {
   handleInitialized();
 }
 

@@ -24,7 +24,7 @@ class BumStatusToSdeSm : public Vok::StateMachine {
   // One per VTEP list of the input.
   class VokBumVtepListInput : public Vok::Reactor<BumStatusToSdeSm, Vxlan::BumVtepList> {
    public:
-    VokBumVtepListInput(BumStatusToSdeSm* owner, Brix::Ptr<Vxlan::BumVtepList const> const& bumVtepListInput);
+    VokBumVtepListInput(Brix::Ptr<Vxlan::BumVtepList const> const& bumVtepListInput, BumStatusToSdeSm* owner);
     static Vxlan::MacVlanPair keyOf(Vxlan::BumVtepList const& l) { return l.macVlanPair(); }
     char const* typeData() const override { return "MlagVxlan::BumStatusToSdeSm::VokBumVtepListInput"; }
     void onAttribute(Brix::FieldId field, void const* key) override;

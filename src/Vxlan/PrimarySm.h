@@ -40,7 +40,7 @@ class PrimarySm : public Vok::StateMachine {
     void handlePeerArpByVlanIpCapable();
     using VokRecvVxStatus = VokPeerArpCapable<VrfConfigSm, &VrfConfigSm::handlePeerArpByVlanIpCapable>;
 
-    VrfConfigSm(PrimarySm* primarySm, Brix::Ptr<Arp::InputConfigVrf const> const& vrf);
+    VrfConfigSm(Brix::Ptr<Arp::InputConfigVrf const> const& vrf, PrimarySm* primarySm);
     static L3::VrfName keyOf(Arp::InputConfigVrf const& vrf) { return vrf.name(); }
     char const* typeData() const override { return "MlagVxlan::PrimarySm::VrfConfigSm"; }
     void onAttribute(Brix::FieldId field, void const* key) override;
@@ -93,7 +93,7 @@ class PrimarySm : public Vok::StateMachine {
    public:
     using Ptr = Brix::Ptr<NestedSm_VtepStatus>;
 
-    NestedSm_VtepStatus(PrimarySm* primarySm, Brix::Ptr<VxlanController::VtepStatusV2 const> const& vtepStatus);
+    NestedSm_VtepStatus(Brix::Ptr<VxlanController::VtepStatusV2 const> const& vtepStatus, PrimarySm* primarySm);
     static Brix::String keyOf(VxlanController::VtepStatusV2 const& s) { return s.name(); }
     // An MLAG entry's name begins with "Vxlan" and ends with "-mlag".
     static bool isMlagEntryName(std::string_view name) noexcept {

@@ -7,9 +7,9 @@ namespace MlagVxlan {
 
 using Row = VxlanController::BfdPeerStatusV2;
 
-PrimarySm::NestedSm_VtepStatus::NestedSm_VtepStatus(PrimarySm* primarySm,
-                                                    Brix::Ptr<VxlanController::VtepStatusV2 const> const& vtepStatus)
-    : Reactor(primarySm, vtepStatus) {
+PrimarySm::NestedSm_VtepStatus::NestedSm_VtepStatus(Brix::Ptr<VxlanController::VtepStatusV2 const> const& vtepStatus,
+                                                    PrimarySm* primarySm)
+    : Reactor(vtepStatus, primarySm) {
   handleInitialized();
 }
 

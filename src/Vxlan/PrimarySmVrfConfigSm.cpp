@@ -29,8 +29,8 @@ Arp::InputConfigKey inputKeyOf(Mlag::VlanIpSource const& member) {
 
 }  // namespace
 
-PrimarySm::VrfConfigSm::VrfConfigSm(PrimarySm* primarySm, Brix::Ptr<Arp::InputConfigVrf const> const& vrf)
-    : Reactor(primarySm, vrf), name_(vrf ? vrf->name() : L3::VrfName()) {
+PrimarySm::VrfConfigSm::VrfConfigSm(Brix::Ptr<Arp::InputConfigVrf const> const& vrf, PrimarySm* primarySm)
+    : Reactor(vrf, primarySm), name_(vrf ? vrf->name() : L3::VrfName()) {
   handleInitialized();
 }
 

@@ -36,8 +36,8 @@ class RemoteHostTableSm : public Vok::StateMachine {
   // controller MAC of that VLAN may now find its controller table.
   class NestedSm_VtiStatus : public Vok::Reactor<RemoteHostTableSm, Vxlan::VtiStatus> {
    public:
-    NestedSm_VtiStatus(RemoteHostTableSm* owner, Brix::Ptr<Vxlan::VtiStatus const> const& vtiStatus)
-        : Reactor(owner, vtiStatus) {}
+    NestedSm_VtiStatus(Brix::Ptr<Vxlan::VtiStatus const> const& vtiStatus, RemoteHostTableSm* owner)
+        : Reactor(vtiStatus, owner) {}
     static Lanx::IntfId keyOf(Vxlan::VtiStatus const& s) { return s.intfId(); }
     char const* typeData() const override { return "MlagVxlan::RemoteHostTableSm::NestedSm_VtiStatus"; }
     void onAttribute(Brix::FieldId field, void const* key) override;
@@ -48,7 +48,7 @@ class RemoteHostTableSm : public Vok::StateMachine {
   class VokVcsMacCheckClock : public Vok::Reactor<RemoteHostTableSm, Vok::Clock, Vok::Clock::Notifiee> {
    public:
     // Installing a clock runs the queue once.
-    VokVcsMacCheckClock(RemoteHostTableSm* owner, Brix::Ptr<Vok::Clock const> const& clock);
+    VokVcsMacCheckClock(Brix::Ptr<Vok::Clock const> const& clock, RemoteHostTableSm* owner);
     char const* typeData() const override { return "MlagVxlan::RemoteHostTableSm::VokVcsMacCheckClock"; }
     void onAttribute(Brix::FieldId field, void const* key) override;
 

@@ -10,9 +10,9 @@ namespace MlagVxlan {
 
 // ---- reactors ----
 
-RemoteHostTableSm::VokVcsMacCheckClock::VokVcsMacCheckClock(RemoteHostTableSm* owner,
-                                                            Brix::Ptr<Vok::Clock const> const& clock)
-    : Reactor(owner, clock) {
+RemoteHostTableSm::VokVcsMacCheckClock::VokVcsMacCheckClock(Brix::Ptr<Vok::Clock const> const& clock,
+                                                            RemoteHostTableSm* owner)
+    : Reactor(clock, owner) {
   owner->processDeferredVcsMacs();
 }
 

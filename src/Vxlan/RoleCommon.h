@@ -20,7 +20,7 @@ class VokPeerArpCapable : public Vok::Reactor<Owner, Mlag::VxlanStatus> {
   using Base = Vok::Reactor<Owner, Mlag::VxlanStatus>;
 
  public:
-  VokPeerArpCapable(Owner* owner, Brix::Ptr<Mlag::VxlanStatus const> const& status) : Base(owner, status) {}
+  VokPeerArpCapable(Brix::Ptr<Mlag::VxlanStatus const> const& status, Owner* owner) : Base(status, owner) {}
 
   char const* typeData() const override { return Owner::vokRecvVxStatusTypeName(); }
   void onAttribute(Brix::FieldId field, void const* /*key*/) override {

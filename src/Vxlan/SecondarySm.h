@@ -72,7 +72,7 @@ class SecondarySm : public Vok::StateMachine {
     void cleanup();
 
    protected:
-    ArpTableSm(SecondarySm* secondarySm, Brix::Ptr<Table const> const& table);
+    ArpTableSm(Brix::Ptr<Table const> const& table, SecondarySm* secondarySm);
     void zombieCleanup() override { cleanup(); }
 
     Mlag::VxlanStatus& local() const { return *this->owner()->localVxStatus(); }
@@ -95,7 +95,7 @@ class SecondarySm : public Vok::StateMachine {
   // Applies the peer's table by VRF (IPv4 only), under VLAN 0 and the source "peer".
   class ArpStatusSm : public ArpTableSm<ArpStatusSm, Mlag::VxlanArpStatus> {
    public:
-    ArpStatusSm(SecondarySm* secondarySm, Brix::Ptr<Mlag::VxlanArpStatus const> const& arpStatus);
+    ArpStatusSm(Brix::Ptr<Mlag::VxlanArpStatus const> const& arpStatus, SecondarySm* secondarySm);
     char const* typeData() const override { return "MlagVxlan::SecondarySm::ArpStatusSm"; }
     Brix::Ptr<Mlag::VxlanArpStatus const> arpStatus() const noexcept { return inputPtr(); }
 
@@ -121,8 +121,8 @@ class SecondarySm : public Vok::StateMachine {
   // Applies the peer's table with VLAN (IPv4 and IPv6), each key as it stands.
   class ArpStatusWithVlanSm : public ArpTableSm<ArpStatusWithVlanSm, Mlag::VxlanArpStatusWithVlan> {
    public:
-    ArpStatusWithVlanSm(SecondarySm* secondarySm,
-                        Brix::Ptr<Mlag::VxlanArpStatusWithVlan const> const& arpStatusWithVlan);
+    ArpStatusWithVlanSm(Brix::Ptr<Mlag::VxlanArpStatusWithVlan const> const& arpStatusWithVlan,
+                        SecondarySm* secondarySm);
     char const* typeData() const override { return "MlagVxlan::SecondarySm::ArpStatusWithVlanSm"; }
     Brix::Ptr<Mlag::VxlanArpStatusWithVlan const> arpStatusWithVlan() const noexcept { return inputPtr(); }
 

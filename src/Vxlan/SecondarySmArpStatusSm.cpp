@@ -10,8 +10,8 @@ namespace MlagVxlan {
 // ---- what both forms share ----
 
 template <class Self, class Table>
-SecondarySm::ArpTableSm<Self, Table>::ArpTableSm(SecondarySm* secondarySm, Brix::Ptr<Table const> const& table)
-    : Vok::Reactor<SecondarySm, Table>(secondarySm, table), vrfName_(table ? table->vrfName() : L3::VrfName()) {}
+SecondarySm::ArpTableSm<Self, Table>::ArpTableSm(Brix::Ptr<Table const> const& table, SecondarySm* secondarySm)
+    : Vok::Reactor<SecondarySm, Table>(table, secondarySm), vrfName_(table ? table->vrfName() : L3::VrfName()) {}
 
 template <class Self, class Table>
 void SecondarySm::ArpTableSm<Self, Table>::onAttribute(Brix::FieldId field, void const* key) {
@@ -64,8 +64,8 @@ template class SecondarySm::ArpTableSm<SecondarySm::ArpStatusWithVlanSm, Mlag::V
 
 // ---- by VRF ----
 
-SecondarySm::ArpStatusSm::ArpStatusSm(SecondarySm* secondarySm, Brix::Ptr<Mlag::VxlanArpStatus const> const& arpStatus)
-    : ArpTableSm(secondarySm, arpStatus) {
+SecondarySm::ArpStatusSm::ArpStatusSm(Brix::Ptr<Mlag::VxlanArpStatus const> const& arpStatus, SecondarySm* secondarySm)
+    : ArpTableSm(arpStatus, secondarySm) {
   handleInitialized();
 }
 
@@ -102,8 +102,8 @@ void SecondarySm::ArpStatusSm::handlePeerArpEntry(Lanx::IpAddr ip) {
 // ---- with VLAN ----
 
 SecondarySm::ArpStatusWithVlanSm::ArpStatusWithVlanSm(
-    SecondarySm* secondarySm, Brix::Ptr<Mlag::VxlanArpStatusWithVlan const> const& arpStatusWithVlan)
-    : ArpTableSm(secondarySm, arpStatusWithVlan) {
+    Brix::Ptr<Mlag::VxlanArpStatusWithVlan const> const& arpStatusWithVlan, SecondarySm* secondarySm)
+    : ArpTableSm(arpStatusWithVlan, secondarySm) {
   handleInitialized();
 }
 

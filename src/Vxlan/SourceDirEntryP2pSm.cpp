@@ -69,9 +69,9 @@ void SourceDirEntryP2pSm::doCleanup() {
 
 // ---- one VLAN ----
 
-VokVlanFloodSetInput::VokVlanFloodSetInput(SourceDirEntryP2pSm* owner,
-                                           Brix::Ptr<L2Rib::VlanFloodSet const> const& vlanFloodSetInput)
-    : Reactor(owner, vlanFloodSetInput), vlanId_(vlanFloodSetInput ? vlanFloodSetInput->vlanId() : Bridging::VlanId()) {
+VokVlanFloodSetInput::VokVlanFloodSetInput(Brix::Ptr<L2Rib::VlanFloodSet const> const& vlanFloodSetInput,
+                                           SourceDirEntryP2pSm* owner)
+    : Reactor(vlanFloodSetInput, owner), vlanId_(vlanFloodSetInput ? vlanFloodSetInput->vlanId() : Bridging::VlanId()) {
   if (!vlanFloodSetInput) return;
   handleFloodSet();
   for (auto it = vlanFloodSetInput->floodSetIter(); !it.done(); it.advance()) {
@@ -117,8 +117,8 @@ void VokVlanFloodSetInput::handleFloodSet(Lanx::EthAddr const& mac) {
 
 // ---- one MAC of a VLAN ----
 
-VokFloodSetInput::VokFloodSetInput(VokVlanFloodSetInput* owner, Brix::Ptr<L2Rib::FloodSet const> const& floodSetInput)
-    : Reactor(owner, floodSetInput), macAddr_(floodSetInput ? floodSetInput->macAddr() : Lanx::EthAddr()) {
+VokFloodSetInput::VokFloodSetInput(Brix::Ptr<L2Rib::FloodSet const> const& floodSetInput, VokVlanFloodSetInput* owner)
+    : Reactor(floodSetInput, owner), macAddr_(floodSetInput ? floodSetInput->macAddr() : Lanx::EthAddr()) {
   if (floodSetInput) handleDest();
 }
 

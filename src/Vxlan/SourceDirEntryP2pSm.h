@@ -27,7 +27,7 @@ class SourceDirEntryP2pSm : public Vok::StateMachine {
     // One per MAC flood set of the VLAN.
     class VokFloodSetInput : public Vok::Reactor<VokVlanFloodSetInput, L2Rib::FloodSet> {
      public:
-      VokFloodSetInput(VokVlanFloodSetInput* owner, Brix::Ptr<L2Rib::FloodSet const> const& floodSetInput);
+      VokFloodSetInput(Brix::Ptr<L2Rib::FloodSet const> const& floodSetInput, VokVlanFloodSetInput* owner);
       static Lanx::EthAddr keyOf(L2Rib::FloodSet const& f) { return f.macAddr(); }
       char const* typeData() const override {
         return "MlagVxlan::SourceDirEntryP2pSm::VokVlanFloodSetInput::VokFloodSetInput";
@@ -49,7 +49,7 @@ class SourceDirEntryP2pSm : public Vok::StateMachine {
       Brix::Ptr<L2Rib::FloodSet> floodSetOutput_;
     };
 
-    VokVlanFloodSetInput(SourceDirEntryP2pSm* owner, Brix::Ptr<L2Rib::VlanFloodSet const> const& vlanFloodSetInput);
+    VokVlanFloodSetInput(Brix::Ptr<L2Rib::VlanFloodSet const> const& vlanFloodSetInput, SourceDirEntryP2pSm* owner);
     static Bridging::VlanId keyOf(L2Rib::VlanFloodSet const& v) { return v.vlanId(); }
     char const* typeData() const override { return "MlagVxlan::SourceDirEntryP2pSm::VokVlanFloodSetInput"; }
     void onAttribute(Brix::FieldId field, void const* key) override;

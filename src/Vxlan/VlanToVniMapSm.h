@@ -26,8 +26,8 @@ class VlanToVniMapSm : public Vok::StateMachine {
   // One per VTI of the directory: reacts to the VTI's VTEP addresses.
   class NestedSm_VtiStatus : public Vok::Reactor<VlanToVniMapSm, Vxlan::VtiStatus> {
    public:
-    NestedSm_VtiStatus(VlanToVniMapSm* owner, Brix::Ptr<Vxlan::VtiStatus const> const& vtiStatus)
-        : Reactor(owner, vtiStatus) {}
+    NestedSm_VtiStatus(Brix::Ptr<Vxlan::VtiStatus const> const& vtiStatus, VlanToVniMapSm* owner)
+        : Reactor(vtiStatus, owner) {}
     static Lanx::IntfId keyOf(Vxlan::VtiStatus const& s) { return s.intfId(); }
     char const* typeData() const override { return "MlagVxlan::VlanToVniMapSm::NestedSm_VtiStatus"; }
     void onAttribute(Brix::FieldId field, void const* key) override;

@@ -88,7 +88,7 @@ class WatchSm;
 // One per member of the parent's collection.
 class MemberReactor : public Vok::Reactor<WatchSm, MemberEntity> {
  public:
-  MemberReactor(WatchSm* owner, Brix::Ptr<MemberEntity const> const& entry) : Reactor(owner, entry), id_(entry->id()) {
+  MemberReactor(Brix::Ptr<MemberEntity const> const& entry, WatchSm* owner) : Reactor(entry, owner), id_(entry->id()) {
     ev("member " + n(id_) + " init");
     if (onMemberInit) onMemberInit(id_);
   }
@@ -106,7 +106,7 @@ class MemberReactor : public Vok::Reactor<WatchSm, MemberEntity> {
 // The reactor of a reactor pointer: on a rebind it runs its owner's handler.
 class FocusReactor : public Vok::Reactor<WatchSm, MemberEntity> {
  public:
-  FocusReactor(WatchSm* owner, Brix::Ptr<MemberEntity const> const& entry) : Reactor(owner, entry) {
+  FocusReactor(Brix::Ptr<MemberEntity const> const& entry, WatchSm* owner) : Reactor(entry, owner) {
     ev("focus ctor " + n(entry->id()));
   }
   ~FocusReactor() override { ev("~focus owner=" + n(owner() != nullptr)); }
