@@ -22,7 +22,7 @@ bool onBothSides(Shoal::Bridging::ShoalFdbStatus const& fdbEntry, Shoal::Vxlan::
 
 // The interface as the peer gets it: full name, ":" and the VTEP address, IPv6 fully expanded.
 std::string encodedIntfOf(Lanx::IntfId intf, Lanx::IpGenAddr const& vtepIp) {
-  Brix::String const name = intf.stringValue();
+  Brix::String const& name = intf.stringValue();
   Brix::String const addr =
       vtepIp.af() == Lanx::AddressFamily::ipv4 ? vtepIp.stringValue() : vtepIp.v6Addr().stringValueExpanded();
   std::string out;

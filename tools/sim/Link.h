@@ -26,8 +26,7 @@ class LinkTask {
   template <class F, class = std::enable_if_t<!std::is_same_v<std::decay_t<F>, LinkTask>>>
   LinkTask(F&& f) {  // NOLINT(google-explicit-constructor): a lambda posts as it is
     using Fn = std::decay_t<F>;
-    if constexpr (sizeof(Fn) <= room && alignof(Fn) <= alignof(std::max_align_t) &&
-                  std::is_nothrow_move_constructible_v<Fn>) {
+    if constexpr (storedInline<Fn>()) {
       ::new (static_cast<void*>(buf_)) Fn(std::forward<F>(f));
       ops_ = &inlineOps<Fn>;
     } else {
@@ -51,6 +50,12 @@ class LinkTask {
   LinkTask(LinkTask const&) = delete;
   LinkTask& operator=(LinkTask const&) = delete;
   ~LinkTask() { reset(); }
+
+  template <class Fn>
+  static constexpr bool storedInline() noexcept {
+    // NOLINTNEXTLINE(misc-redundant-expression): constant for one callable, not for all
+    return sizeof(Fn) <= room && alignof(Fn) <= alignof(std::max_align_t) && std::is_nothrow_move_constructible_v<Fn>;
+  }
 
   void operator()() { ops_->call(buf_); }
   explicit operator bool() const noexcept { return ops_ != nullptr; }
