@@ -19,11 +19,11 @@ class VrfName {
   static constexpr std::size_t maxLength() noexcept { return 100; }
   static constexpr std::string_view defaultName() noexcept { return "default"; }
 
-  VrfName() = default;
-  explicit VrfName(std::string_view name) : name_(name) {}
-  explicit VrfName(char const* name) : name_(std::string_view(name ? name : "")) {}
-  explicit VrfName(std::string const& name) : name_(std::string_view(name)) {}
-  explicit VrfName(Brix::String const& name) : name_(name) {}
+  VrfName() : hash_(hashOf({})) {}
+  explicit VrfName(std::string_view name) : name_(name), hash_(hashOf(name_.view())) {}
+  explicit VrfName(char const* name) : VrfName(std::string_view(name ? name : "")) {}
+  explicit VrfName(std::string const& name) : VrfName(std::string_view(name)) {}
+  explicit VrfName(Brix::String const& name) : VrfName(name.view()) {}
 
   Brix::String const& stringValue() const noexcept { return name_.string(); }
   std::string_view view() const noexcept { return name_.view(); }
@@ -33,9 +33,12 @@ class VrfName {
   bool isDefault() const noexcept { return view() == defaultName(); }
   int compare(VrfName const& o) const noexcept { return stringValue().compare(o.stringValue()); }
 
-  std::size_t hash() const noexcept { return std::hash<std::string_view>{}(view()); }
+  // Made once with the name: every ARP row of a VRF looks its table up by this name.
+  std::size_t hash() const noexcept { return hash_; }
 
-  friend bool operator==(VrfName const&, VrfName const&) = default;
+  friend bool operator==(VrfName const& a, VrfName const& b) noexcept {
+    return a.hash_ == b.hash_ && a.name_ == b.name_;
+  }
   friend std::strong_ordering operator<=>(VrfName const& a, VrfName const& b) noexcept {
     bool aDefault = a.isDefault(), bDefault = b.isDefault();
     if (aDefault || bDefault) return bDefault <=> aDefault;
@@ -43,7 +46,10 @@ class VrfName {
   }
 
  private:
+  static std::size_t hashOf(std::string_view name) noexcept { return std::hash<std::string_view>{}(name); }
+
   Brix::BoundedString<100> name_;
+  std::size_t hash_;
 };
 
 std::ostream& operator<<(std::ostream& os, VrfName const& name);

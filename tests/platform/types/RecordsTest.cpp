@@ -322,6 +322,8 @@ TEST(VrfName, DefaultSortsFirstThenByteOrderAndAtMost100Bytes) {
   EXPECT_FALSE(L3::VrfName("default") < L3::VrfName("default"));
   EXPECT_THROW((void)L3::VrfName(std::string(101, 'v')), Brix::RangeException) << "a bounded string of 100";
   EXPECT_EQ(hashOf(L3::VrfName("red")), hashOf(L3::VrfName(Brix::String("red"))));
+  EXPECT_EQ(L3::VrfName(), L3::VrfName(""));  // the hash kept with the name agrees
+  EXPECT_EQ(hashOf(L3::VrfName()), hashOf(L3::VrfName(std::string())));
   EXPECT_NE(hashOf(L3::VrfName("red")), hashOf(L3::VrfName("blue")));
   EXPECT_TRUE(L3::VrfName("default").isDefault());
 }
