@@ -12,7 +12,8 @@
 // the peer's state machines reacting: as secondary it applies (or withdraws) 4094 dynamic VLANs;
 // as primary it only receives.
 // Baselines: the same carry into a status object nobody watches (the transport's share of the
-// reaction), and the map work of each change done with std::unordered_map.
+// reaction), and the mandated work of each change: its map work done with std::unordered_map and
+// its ring records appended to a plain buffer.
 //
 // One iteration is one change; the way back is untimed.
 #include <benchmark/benchmark.h>
@@ -24,6 +25,7 @@
 #include <string_view>
 #include <type_traits>
 #include <unordered_map>
+#include <vector>
 
 #include "BenchSupport.h"
 #include "Vxlan/SmContainer.h"
@@ -298,12 +300,33 @@ struct BareMaps {
   }
 };
 
+// The ring records a change writes, as the figures count them (records_per_change), appended
+// as fixed-size records to a plain buffer.
+constexpr std::size_t recordsPrimaryToSecondary = 30;
+constexpr std::size_t recordsSecondaryToPrimary = 32784;
+struct PlainRecords {
+  struct Record {
+    int msgId;
+    std::uint64_t seq;
+    double time;
+    std::uint32_t values[2];
+  };
+  std::vector<Record> ring = std::vector<Record>(recordsSecondaryToPrimary);
+  std::uint64_t seq = 0;
+  void append(std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) ring[i] = Record{static_cast<int>(i), ++seq, 0.0, {1, 2}};
+    benchmark::DoNotOptimize(ring.data());
+  }
+};
+
 // The primary's teardown (cleanup, maps withdrawn) and the secondary's walk of the shared set.
 void BM_Baseline_PrimaryToSecondary_UnorderedMap(benchmark::State& state) {
   BareMaps m;
+  PlainRecords records;
   m.cleanup();
   m.publish();
   for (auto _ : state) {
+    records.append(recordsPrimaryToSecondary);
     m.cleanup();
     m.withdraw();
     std::size_t outside = 0;
@@ -321,11 +344,13 @@ BENCHMARK(BM_Baseline_PrimaryToSecondary_UnorderedMap)->Unit(benchmark::kMillise
 void BM_Baseline_SecondaryToPrimary_UnorderedMap(benchmark::State& state) {
   BareMaps applied;
   BareMaps published;
+  PlainRecords records;
   for (auto _ : state) {
     state.PauseTiming();
     applied.publish();
     published.withdraw();
     state.ResumeTiming();
+    records.append(recordsSecondaryToPrimary);
     applied.cleanup();
     applied.withdraw();
     published.publish();
