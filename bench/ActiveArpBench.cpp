@@ -74,12 +74,7 @@ void Carry(benchmark::State& state) {
 }
 BENCHMARK(Carry)->Arg(50'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 
-struct Record {
-  int msgId;
-  std::uint64_t seq;
-  double time;
-  std::array<std::byte, 32> values;  // interface, key and MAC, as the ring packs them
-};
+using Record = BenchSupport::PlainRecord<std::array<std::byte, 32>>;  // interface, key and MAC, as the ring packs them
 
 struct KeyHash {
   std::size_t operator()(Vxlan::VlanIpPair const& k) const noexcept { return k.hash(); }

@@ -18,6 +18,7 @@
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -179,12 +180,7 @@ void BareCopy(benchmark::State& state) {
 }
 BENCHMARK(BareCopy)->Arg(50'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 
-struct Record {
-  int msgId;
-  std::uint64_t seq;
-  double time;
-  std::uint64_t values[2];
-};
+using Record = BenchSupport::PlainRecord<std::array<std::uint64_t, 2>>;
 
 void MandatedWork(benchmark::State& state) {
   auto const entries = static_cast<int>(state.range(0));

@@ -1,16 +1,20 @@
 // What the benchmark programs share: a private directory for ring files, an allocator that
 // counts what a standard container asks for, for the memory-per-entry figures of the baselines,
-// and the count of heap allocations (CountingNew.cpp), for allocations per change.
+// the count of heap allocations (CountingNew.cpp), for allocations per change, and the ring
+// records: those the library wrote, and the plain record a baseline appends in their place.
 #pragma once
 
 #include <stdlib.h>
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <system_error>
+
+#include "Vxlan/Trace.h"
 
 namespace BenchSupport {
 
@@ -31,6 +35,21 @@ struct TempDir {
   TempDir& operator=(TempDir const&) = delete;
   std::string path;
 };
+
+// A ring record as a baseline writes it: a fixed-size header and the values' bytes.
+template <class Values>
+struct PlainRecord {
+  int msgId;
+  std::uint64_t seq;
+  double time;
+  Values values;
+};
+
+// Ring records the library's statements have written so far; 0 without a ring file.
+inline std::uint64_t ringRecordsWritten() {
+  RingLog::TraceHandle const* ring = MlagVxlan::vxlanRlHandle();
+  return ring && ring->file() ? ring->file()->written() : 0;
+}
 
 // Heap allocations made by the program so far: every operator new counts one.
 inline std::atomic<std::size_t> allocationCount{0};

@@ -49,12 +49,7 @@ struct Setting {
   MlagVxlan::SmContainer::Ptr container = MlagVxlan::smContainerFactory("bench");  // makes the ring handle
 };
 
-struct Record {
-  int msgId;
-  std::uint64_t seq;
-  double time;
-  std::array<std::byte, 32> values;
-};
+using Record = BenchSupport::PlainRecord<std::array<std::byte, 32>>;
 
 struct Ring {
   std::vector<Record> records;

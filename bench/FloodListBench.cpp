@@ -74,12 +74,8 @@ void Replicate(benchmark::State& state) {
 }
 BENCHMARK(Replicate)->Arg(2047)->Arg(4094)->Unit(benchmark::kMillisecond);
 
-struct Record {
-  int msgId;
-  std::uint64_t seq;
-  double time;
-  std::array<std::byte, 48> values;  // name, VLAN, MAC and destination, as the ring packs them
-};
+using Record =
+    BenchSupport::PlainRecord<std::array<std::byte, 48>>;  // name, VLAN, MAC and destination, as the ring packs them
 
 using Dests = absl::flat_hash_map<L2Rib::Dest, bool>;
 struct FloodSet {

@@ -14,6 +14,7 @@
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -71,12 +72,7 @@ void FirstWalk180k(benchmark::State& state) {
 }
 BENCHMARK(FirstWalk180k)->Unit(benchmark::kMillisecond);
 
-struct Record {
-  int msgId;
-  std::uint64_t seq;
-  double time;
-  std::uint64_t values[2];
-};
+using Record = BenchSupport::PlainRecord<std::array<std::uint64_t, 2>>;
 struct Fdb {
   Lanx::IntfId intf;
   double lastMoveTime;

@@ -19,6 +19,7 @@
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -133,17 +134,11 @@ struct Pair {
   }
 };
 
-// Ring records written so far by the library's statements.
-std::uint64_t ringRecords() {
-  RingLog::TraceHandle const* ring = MlagVxlan::vxlanRlHandle();
-  return ring && ring->file() ? ring->file()->written() : 0;
-}
-
 // Counts the ring records of the timed part of each iteration: `records_per_change`.
 class RecordCount {
  public:
-  void resume() { from_ = ringRecords(); }
-  void pause() { total_ += ringRecords() - from_; }
+  void resume() { from_ = BenchSupport::ringRecordsWritten(); }
+  void pause() { total_ += BenchSupport::ringRecordsWritten() - from_; }
   void report(benchmark::State& state) const {
     state.counters["records_per_change"] = static_cast<double>(total_) / static_cast<double>(state.iterations());
   }
@@ -305,12 +300,7 @@ struct BareMaps {
 constexpr std::size_t recordsPrimaryToSecondary = 30;
 constexpr std::size_t recordsSecondaryToPrimary = 32784;
 struct PlainRecords {
-  struct Record {
-    int msgId;
-    std::uint64_t seq;
-    double time;
-    std::uint32_t values[2];
-  };
+  using Record = BenchSupport::PlainRecord<std::array<std::uint32_t, 2>>;
   std::vector<Record> ring = std::vector<Record>(recordsSecondaryToPrimary);
   std::uint64_t seq = 0;
   void append(std::size_t n) {

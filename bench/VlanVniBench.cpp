@@ -18,6 +18,7 @@
 #include <fmt/format.h>
 #include <stdlib.h>
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -28,7 +29,6 @@
 #include "Link.h"
 #include "Mirror.h"
 #include "Vxlan/SmContainer.h"
-#include "Vxlan/Trace.h"
 #include "Vxlan/VlanToVniMapSm.h"
 #include "entities/Mlag/Status.h"
 #include "entities/Mlag/VxlanStatus.h"
@@ -142,8 +142,7 @@ void OneMappingChangeEndToEnd(benchmark::State& state) {
   pair.start();
   std::uint32_t flip = 0;
   Bridging::ExtendedVlanId vlan(100);
-  RingLog::TraceFile* ring = MlagVxlan::vxlanRlHandle()->file();
-  std::uint64_t const recordsBefore = ring ? ring->written() : 0;
+  std::uint64_t const recordsBefore = BenchSupport::ringRecordsWritten();
   std::size_t const allocationsBefore = BenchSupport::allocationCount.load();
   for (auto _ : state) {
     flip ^= 1;
@@ -155,9 +154,8 @@ void OneMappingChangeEndToEnd(benchmark::State& state) {
   if (pair.localB->vniVtiToDynVlanMap(key) != vlan) state.SkipWithError("change did not arrive");
   state.SetItemsProcessed(state.iterations());
   state.counters["allocs_per_change"] = allocations / static_cast<double>(state.iterations());
-  if (ring)
-    state.counters["records_per_change"] =
-        static_cast<double>(ring->written() - recordsBefore) / static_cast<double>(state.iterations());
+  state.counters["records_per_change"] =
+      static_cast<double>(BenchSupport::ringRecordsWritten() - recordsBefore) / static_cast<double>(state.iterations());
 }
 BENCHMARK(OneMappingChangeEndToEnd);
 
@@ -173,12 +171,7 @@ void BareCopy(benchmark::State& state) {
 }
 BENCHMARK(BareCopy)->Unit(benchmark::kMillisecond);
 
-struct Record {
-  int msgId;
-  std::uint64_t seq;
-  double time;
-  std::uint32_t values[2];
-};
+using Record = BenchSupport::PlainRecord<std::array<std::uint32_t, 2>>;
 
 void MandatedWork(benchmark::State& state) {
   std::unordered_map<std::uint16_t, std::uint32_t> in;

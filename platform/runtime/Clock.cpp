@@ -48,9 +48,7 @@ void currentActivityIs(void const* a) noexcept { activity = a; }
 namespace {
 class MonotonicTime final : public TimeSource {
  public:
-  Brix::Duration now() const override {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-  }
+  Brix::Duration now() const override { return System::monotonicTime(); }
 };
 MonotonicTime const monotonic;
 TimeSource const* source = &monotonic;
@@ -63,6 +61,9 @@ void timeSourceIs(TimeSource const* s) {
 }
 TimeSource const& timeSource() { return *source; }
 Brix::Duration currentTime() { return source->now(); }
+Brix::Duration monotonicTime() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
 }  // namespace System
 
 }  // namespace Vok

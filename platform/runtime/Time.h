@@ -36,6 +36,8 @@ namespace System {
 void timeSourceIs(TimeSource const* source);
 TimeSource const& timeSource();
 Brix::Duration currentTime();
+// The monotonic clock itself, whatever source is in force.
+Brix::Duration monotonicTime();
 
 namespace Impl {
 inline bool monotonicInForce = true;  // kept by timeSourceIs

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #if defined(__x86_64__) || defined(__i386__)
@@ -50,18 +49,14 @@ std::uint64_t readTicks() noexcept {
 #endif
 }
 
-double monotonicSeconds() noexcept {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
 // The counter's rate, measured once per process over a few milliseconds: it converts the stamps
 // of a file until the file's own readings lie a second apart.
 double ticksPerSecond() {
   static double const rate = [] {
     if (!invariantTicks) return 0.0;
-    double t0 = monotonicSeconds(), t1 = t0;
+    double t0 = Vok::System::monotonicTime(), t1 = t0;
     std::uint64_t k0 = readTicks(), k1 = k0;
-    while (t1 - t0 < 0.002) t1 = monotonicSeconds(), k1 = readTicks();
+    while (t1 - t0 < 0.002) t1 = Vok::System::monotonicTime(), k1 = readTicks();
     return static_cast<double>(k1 - k0) / (t1 - t0);
   }();
   return rate;
@@ -85,7 +80,7 @@ void TraceFile::readTickClock(bool atOpen) noexcept {
   if (!hdr_) return;
   auto& c = hdr_->tickClock;
   std::uint64_t k = Stamp::readTicks();
-  double t = Stamp::monotonicSeconds();
+  double t = Vok::System::monotonicTime();
   if (atOpen) c.ticks0 = k, c.seconds0 = t;
   c.ticks1 = k, c.seconds1 = t;
 }

@@ -58,7 +58,6 @@ class LinkTask {
   }
 
   void operator()() { ops_->call(buf_); }
-  explicit operator bool() const noexcept { return ops_ != nullptr; }
 
  private:
   struct Ops {
