@@ -290,50 +290,85 @@ std::vector<Change> diffEntity(Flat const& before, Flat const& after, std::strin
   return it == all.end() ? std::vector<Change>{} : it->second;
 }
 
-Runner::Runner(Pair& pair, Scenario const& sc, std::ostream& out, RunOptions const& options)
-    : pair_(pair), sc_(sc), out_(out), options_(options) {
-  // Each run starts from the process's own toggles, whatever an earlier run in it chose.
-  MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(std::nullopt);
-  pair.delayIs(sc.delay);
-  pair.settle();
+LocalDriver::LocalDriver(Pair& pair) : pair_(pair) {
   trackers_[0] = std::make_unique<SwitchTracker>(pair.a);
   trackers_[1] = std::make_unique<SwitchTracker>(pair.b);
+}
+
+void switchInputsRun(Switch& sw, std::size_t s, Scenario const& sc, std::size_t i, std::vector<std::string>& refusals) {
+  Acting acting(sw.name());
+  for (auto const& op : sc.steps[i].inputs[s]) {
+    try {
+      op(sw);
+    } catch (std::exception const& e) {
+      refusals.emplace_back(e.what());
+    }
+  }
+}
+
+void LocalDriver::inputsRun(std::size_t s, Scenario const& sc, std::size_t i, std::vector<std::string>& refusals) {
+  switchInputsRun(sw(s), s, sc, i, refusals);
+}
+
+bool LocalDriver::inPair(std::size_t s) const {
+  return sw(s).container()->primarySm() || sw(s).container()->secondarySm();
+}
+
+Runner::Runner(Pair& pair, Scenario const& sc, std::ostream& out, RunOptions const& options)
+    : own_(std::make_unique<LocalDriver>(pair)), driver_(*own_), sc_(sc), out_(out), options_(options) {
+  start();
+}
+
+Runner::Runner(PairDriver& driver, Scenario const& sc, std::ostream& out, RunOptions const& options)
+    : driver_(driver), sc_(sc), out_(out), options_(options) {
+  start();
+}
+
+void Runner::start() {
+  // Each run starts from the process's own toggles, whatever an earlier run in it chose.
+  MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(std::nullopt);
+  driver_.delayIs(sc_.delay);
+  driver_.settle();
+  // The report starts from the settled pair.
+  (void)driver_.take(0);
+  (void)driver_.take(1);
   if (!options_.quiet) {
-    if (!sc.name.empty()) out << sc.name << '\n';
-    if (!sc.description.empty()) out << sc.description << '\n';
-    out << fmt::format("{} steps, peer link delay {} s\n", sc.steps.size(), sc.delay);
+    if (!sc_.name.empty()) out_ << sc_.name << '\n';
+    if (!sc_.description.empty()) out_ << sc_.description << '\n';
+    out_ << fmt::format("{} steps, peer link delay {} s\n", sc_.steps.size(), sc_.delay);
   }
 }
 
 void Runner::stepRun(std::size_t i) {
-  Switch* switches[2] = {&pair_.a, &pair_.b};
   Step const& step = sc_.steps[i];
-  std::string const title = stepTitle(sc_, i, pair_.now());
+  std::string const title = stepTitle(sc_, i, driver_.now());
   bool const showProgress = options_.progress && sc_.steps.size() >= options_.progressFrom;
   if (showProgress) *options_.progress << '\r' << title.substr(0, 100) << std::flush;
   if (!options_.quiet) out_ << '\n' << title << '\n';
   // What the library raises is its refusal of that input: reported with the step, and the run
   // goes on with the next input, as an agent goes on with its next event.
   std::vector<std::string> refusals;
-  auto guarded = [&](std::string const& who, auto&& f) {
+  auto refused = [&](std::string const& who, std::string const& what) {
+    refusals.push_back(fmt::format("  REFUSED  {}the library refused it: {}  ({}:{})", who, what, sc_.file, step.line));
+  };
+  auto guarded = [&](auto&& f) {
     try {
       f();
     } catch (std::exception const& e) {
-      refusals.push_back(
-          fmt::format("  REFUSED  {}the library refused it: {}  ({}:{})", who, e.what(), sc_.file, step.line));
+      refused("", e.what());
     }
   };
-  if (step.at) guarded("", [&] { pair_.advanceTo(*step.at); });
-  if (step.linkUp) guarded("", [&] { pair_.linkUpIs(*step.linkUp); });
-  if (step.delay) pair_.delayIs(*step.delay);
+  if (step.at) guarded([&] { driver_.advanceTo(*step.at); });
+  if (step.linkUp) guarded([&] { driver_.linkUpIs(*step.linkUp); });
+  if (step.delay) driver_.delayIs(*step.delay);
   for (std::size_t s = 0; s < 2; ++s) {
-    Acting acting(switches[s]->name());
-    for (auto const& op : step.inputs[s]) guarded(switches[s]->name() + ": ", [&] { op(*switches[s]); });
+    std::vector<std::string> said;
+    driver_.inputsRun(s, sc_, i, said);
+    for (std::string const& what : said) refused(driver_.name(s) + ": ", what);
   }
   // A toggle is read when an agent starts: it changes only while neither switch is in the pair.
   if (step.vlanConfigToggle) {
-    auto inPair = [](Switch const* s) { return s->container()->primarySm() || s->container()->secondarySm(); };
-    if (std::any_of(std::begin(switches), std::end(switches), inPair)) {
+    if (driver_.inPair(0) || driver_.inPair(1)) {
       refusals.push_back(
           fmt::format("  REFUSED  toggles: an agent reads them when it starts; take both switches "
                       "out of the pair first  ({}:{})",
@@ -342,10 +377,10 @@ void Runner::stepRun(std::size_t i) {
       MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(*step.vlanConfigToggle);
     }
   }
-  guarded("", [&] { pair_.settle(); });
-  if (step.advance) guarded("", [&] { pair_.advanceBy(*step.advance); });
+  guarded([&] { driver_.settle(); });
+  if (step.advance) guarded([&] { driver_.advanceTo(driver_.now() + *step.advance); });
 
-  std::vector<Change> lines[2] = {trackers_[0]->take(), trackers_[1]->take()};
+  std::vector<Change> lines[2] = {driver_.take(0), driver_.take(1)};
   if (!options_.quiet) {
     bool any = false;
     for (std::size_t s = 0; s < 2; ++s) {
@@ -353,11 +388,11 @@ void Runner::stepRun(std::size_t i) {
       auto show = [&](std::string const& entity) {
         auto it = changes.find(entity);
         if (it == changes.end() || it->second.empty()) return;
-        printChanges(out_, switches[s]->name() + " " + entity, it->second);
+        printChanges(out_, driver_.name(s) + " " + entity, it->second);
         any = true;
       };
       show("container");
-      switches[s]->forEachEntity([&](std::string_view name, auto const&, bool reported) {
+      SwitchEntities::forEachEntityName([&](std::string_view name, bool reported) {
         if (reported) show(std::string(name));
       });
     }
@@ -375,8 +410,8 @@ void Runner::stepRun(std::size_t i) {
   result_.refused += refusals.size();
   for (Expectation const& e : step.expect) {
     std::string found;
-    bool ok = expectationMet(trackers_[e.switchIndex]->flat(), e, found);
-    std::string const who = switches[e.switchIndex]->name();
+    bool ok = expectationMet(driver_.flat(e.switchIndex), e, found);
+    std::string const& who = driver_.name(e.switchIndex);
     if (ok) {
       ++result_.met;
       if (!options_.quiet) out_ << fmt::format("  ok    {} {}: {}\n", who, e.probe.line, expected(e));
@@ -404,6 +439,10 @@ RunResult Runner::run() {
 
 RunResult runScenario(Pair& pair, Scenario const& sc, std::ostream& out, RunOptions const& options) {
   return Runner(pair, sc, out, options).run();
+}
+
+RunResult runScenario(PairDriver& driver, Scenario const& sc, std::ostream& out, RunOptions const& options) {
+  return Runner(driver, sc, out, options).run();
 }
 
 std::string stateJson(Pair const& pair) {

@@ -25,6 +25,38 @@
 
 namespace Sim {
 
+// The entities of a switch that a dump shows, in its order, each with whether the report shows
+// its changes.
+#define SIM_SWITCH_ENTITIES(X) \
+  X(sentVxStatus, true)        \
+  X(recvVxStatus, true)        \
+  X(localVxStatus, true)       \
+  X(mlagStatus, true)          \
+  X(mlagProtoStatus, true)     \
+  X(vtiStatusDir, false)       \
+  X(vtepStatusDir, false)      \
+  X(arpInputConfig, false)     \
+  X(bfdStatusPeer, true)       \
+  X(bridgingConfig, false)     \
+  X(vlanConfigFlatDir, false)  \
+  X(l2VpnConfig, false)        \
+  X(bridgingStatus, false)     \
+  X(vxlanFdbStatus, true)      \
+  X(mlagHostTable, true)       \
+  X(sentP2pHostTable, true)    \
+  X(recvP2pHostTable, true)    \
+  X(activeArpConfig, false)    \
+  X(corestateActiveArp, false) \
+  X(sentActiveArp, true)       \
+  X(recvActiveArp, true)       \
+  X(peerActiveArp, true)       \
+  X(sdeInput, false)           \
+  X(sentSde, true)             \
+  X(recvSde, true)             \
+  X(sentBumStatus, true)       \
+  X(recvBumStatus, true)       \
+  X(sdeOutput, true)
+
 // The entities of one switch, each made once and kept for the switch's life: a state machine
 // holds uses of them, and the peer link mirrors into them, so none is ever replaced.
 struct SwitchEntities {
@@ -77,34 +109,16 @@ struct SwitchEntities {
   // directory of controller tables is not a declared entity and is left out.
   template <class F>
   void forEachEntity(F&& f) const {
-    f(std::string_view("sentVxStatus"), sentVxStatus, true);
-    f(std::string_view("recvVxStatus"), recvVxStatus, true);
-    f(std::string_view("localVxStatus"), localVxStatus, true);
-    f(std::string_view("mlagStatus"), mlagStatus, true);
-    f(std::string_view("mlagProtoStatus"), mlagProtoStatus, true);
-    f(std::string_view("vtiStatusDir"), vtiStatusDir, false);
-    f(std::string_view("vtepStatusDir"), vtepStatusDir, false);
-    f(std::string_view("arpInputConfig"), arpInputConfig, false);
-    f(std::string_view("bfdStatusPeer"), bfdStatusPeer, true);
-    f(std::string_view("bridgingConfig"), bridgingConfig, false);
-    f(std::string_view("vlanConfigFlatDir"), vlanConfigFlatDir, false);
-    f(std::string_view("l2VpnConfig"), l2VpnConfig, false);
-    f(std::string_view("bridgingStatus"), bridgingStatus, false);
-    f(std::string_view("vxlanFdbStatus"), vxlanFdbStatus, true);
-    f(std::string_view("mlagHostTable"), mlagHostTable, true);
-    f(std::string_view("sentP2pHostTable"), sentP2pHostTable, true);
-    f(std::string_view("recvP2pHostTable"), recvP2pHostTable, true);
-    f(std::string_view("activeArpConfig"), activeArpConfig, false);
-    f(std::string_view("corestateActiveArp"), corestateActiveArp, false);
-    f(std::string_view("sentActiveArp"), sentActiveArp, true);
-    f(std::string_view("recvActiveArp"), recvActiveArp, true);
-    f(std::string_view("peerActiveArp"), peerActiveArp, true);
-    f(std::string_view("sdeInput"), sdeInput, false);
-    f(std::string_view("sentSde"), sentSde, true);
-    f(std::string_view("recvSde"), recvSde, true);
-    f(std::string_view("sentBumStatus"), sentBumStatus, true);
-    f(std::string_view("recvBumStatus"), recvBumStatus, true);
-    f(std::string_view("sdeOutput"), sdeOutput, true);
+#define SIM_ENTITY_CALL(name, reported) f(std::string_view(#name), name, reported);
+    SIM_SWITCH_ENTITIES(SIM_ENTITY_CALL)
+#undef SIM_ENTITY_CALL
+  }
+  // Calls f(name, reported) for the same entities, with no switch at hand.
+  template <class F>
+  static void forEachEntityName(F&& f) {
+#define SIM_ENTITY_NAME(name, reported) f(std::string_view(#name), reported);
+    SIM_SWITCH_ENTITIES(SIM_ENTITY_NAME)
+#undef SIM_ENTITY_NAME
   }
 };
 
