@@ -61,8 +61,11 @@ class ArpEntry {
   void kindIs(std::uint8_t v) noexcept { kind_ = v; }
 
   bool isEq(ArpEntry const& o) const noexcept { return *this == o; }
-  std::size_t hash() const noexcept { return ValueHash::of(ipAddr_, ethAddr_, kind_); }
-  friend constexpr bool operator==(ArpEntry const&, ArpEntry const&) noexcept = default;
+  VOK_FIELDS(ipAddr_, ethAddr_, kind_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend constexpr bool operator==(ArpEntry const& a, ArpEntry const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   Lanx::IpAddr ipAddr_;

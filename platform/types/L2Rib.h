@@ -50,8 +50,11 @@ class DestDataIntf {
   constexpr DestDataIntf() noexcept = default;
   constexpr explicit DestDataIntf(Lanx::IntfId intf) noexcept : intf_(intf) {}
   constexpr Lanx::IntfId intf() const noexcept { return intf_; }
+  VOK_FIELDS(intf_)
   std::size_t hash() const noexcept { return intf_.hash(); }
-  friend constexpr bool operator==(DestDataIntf const&, DestDataIntf const&) noexcept = default;
+  friend constexpr bool operator==(DestDataIntf const& a, DestDataIntf const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   Lanx::IntfId intf_;
@@ -67,8 +70,11 @@ class DestDataVxlan {
   constexpr Lanx::IntfId intf() const noexcept { return intf_; }
   constexpr std::uint32_t vni() const noexcept { return vni_; }
   constexpr Lanx::IpGenAddr const& vtepAddr() const noexcept { return vtepAddr_; }
-  std::size_t hash() const noexcept { return ValueHash::of(intf_, vni_, vtepAddr_); }
-  friend constexpr bool operator==(DestDataVxlan const&, DestDataVxlan const&) noexcept = default;
+  VOK_FIELDS(intf_, vni_, vtepAddr_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend constexpr bool operator==(DestDataVxlan const& a, DestDataVxlan const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   Lanx::IntfId intf_;
@@ -83,8 +89,11 @@ class DestDataMpls {
       : label_(label), nexthop_(nexthop) {}
   constexpr std::uint32_t label() const noexcept { return label_; }
   constexpr Lanx::IpGenAddr const& nexthop() const noexcept { return nexthop_; }
-  std::size_t hash() const noexcept { return ValueHash::of(label_, nexthop_); }
-  friend constexpr bool operator==(DestDataMpls const&, DestDataMpls const&) noexcept = default;
+  VOK_FIELDS(label_, nexthop_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend constexpr bool operator==(DestDataMpls const& a, DestDataMpls const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   std::uint32_t label_ = 0;
@@ -96,8 +105,11 @@ class DestDataTunnel {
   constexpr DestDataTunnel() noexcept = default;
   constexpr explicit DestDataTunnel(std::uint64_t tunnelId) noexcept : tunnelId_(tunnelId) {}
   constexpr std::uint64_t tunnelId() const noexcept { return tunnelId_; }
+  VOK_FIELDS(tunnelId_)
   std::size_t hash() const noexcept { return std::hash<std::uint64_t>{}(tunnelId_); }
-  friend constexpr bool operator==(DestDataTunnel const&, DestDataTunnel const&) noexcept = default;
+  friend constexpr bool operator==(DestDataTunnel const& a, DestDataTunnel const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   std::uint64_t tunnelId_ = 0;

@@ -37,8 +37,11 @@ class VtiVtep {
   constexpr Lanx::IntfId intfId() const noexcept { return intfId_; }
   constexpr Lanx::IpGenAddr const& vtep() const noexcept { return vtep_; }
 
-  std::size_t hash() const noexcept { return ValueHash::of(intfId_, vtep_); }
-  friend constexpr bool operator==(VtiVtep const&, VtiVtep const&) noexcept = default;
+  VOK_FIELDS(intfId_, vtep_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend constexpr bool operator==(VtiVtep const& a, VtiVtep const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
   friend constexpr auto operator<=>(VtiVtep const&, VtiVtep const&) noexcept = default;
 
  private:
@@ -62,10 +65,13 @@ class VlanIpSource {
 
   // "vlanId: 10, ipAddr: 10.0.0.1, arpSource: dynamic"
   Brix::String toStrep() const;
+  VOK_FIELDS(vlanId_, ipAddr_, arpSource_)
   std::size_t hash() const noexcept {
     return ValueHash::combine(ipAddr_.hash(), std::size_t{vlanId_.value()} << 8 | arpSource_.value());
   }
-  friend constexpr bool operator==(VlanIpSource const&, VlanIpSource const&) noexcept = default;
+  friend constexpr bool operator==(VlanIpSource const& a, VlanIpSource const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   Bridging::VlanIdOrNone vlanId_;
@@ -84,8 +90,11 @@ class HostEntryKey {
   constexpr std::uint16_t vlanId() const noexcept { return vlanId_; }
   constexpr Lanx::EthAddr const& macAddr() const noexcept { return macAddr_; }
 
-  std::size_t hash() const noexcept { return ValueHash::of(vlanId_, macAddr_); }
-  friend constexpr bool operator==(HostEntryKey const&, HostEntryKey const&) noexcept = default;
+  VOK_FIELDS(vlanId_, macAddr_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend constexpr bool operator==(HostEntryKey const& a, HostEntryKey const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   std::uint16_t vlanId_ = 0;
@@ -121,10 +130,9 @@ class HostEntry {
   void hostEntryFlagIs(std::uint8_t v) noexcept { hostEntryFlag_ = v; }
 
   bool isEq(HostEntry const& o) const noexcept { return *this == o; }
-  std::size_t hash() const noexcept {
-    return ValueHash::of(intf_, lastMoveTime_, moves_, key_, entryType_, hostEntryFlag_);
-  }
-  friend bool operator==(HostEntry const&, HostEntry const&) noexcept = default;
+  VOK_FIELDS(intf_, lastMoveTime_, moves_, key_, entryType_, hostEntryFlag_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend bool operator==(HostEntry const& a, HostEntry const& b) noexcept { return a.vokFields() == b.vokFields(); }
 
  private:
   Brix::String intf_;

@@ -22,8 +22,11 @@ class HostEntryKey {
   constexpr std::uint16_t vlanId() const noexcept { return vlanId_; }
   constexpr Lanx::EthAddr const& macAddr() const noexcept { return macAddr_; }
 
-  std::size_t hash() const noexcept { return ValueHash::of(vlanId_, macAddr_); }
-  friend constexpr bool operator==(HostEntryKey const&, HostEntryKey const&) noexcept = default;
+  VOK_FIELDS(vlanId_, macAddr_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend constexpr bool operator==(HostEntryKey const& a, HostEntryKey const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   std::uint16_t vlanId_ = 0;
@@ -53,8 +56,9 @@ class HostEntry {
   void entryTypeIs(std::uint8_t v) noexcept { entryType_ = v; }
 
   bool isEq(HostEntry const& o) const noexcept { return *this == o; }
-  std::size_t hash() const noexcept { return ValueHash::of(intf_, lastMoveTime_, moves_, key_, entryType_); }
-  friend bool operator==(HostEntry const&, HostEntry const&) noexcept = default;
+  VOK_FIELDS(intf_, lastMoveTime_, moves_, key_, entryType_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend bool operator==(HostEntry const& a, HostEntry const& b) noexcept { return a.vokFields() == b.vokFields(); }
 
  private:
   Brix::String intf_;

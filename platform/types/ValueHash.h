@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <tuple>
 
 namespace ValueHash {
 
@@ -44,7 +45,20 @@ std::size_t of(Fields const&... fields) {
   return seed;
 }
 
+// The hash of a record by its declared field list (VOK_FIELDS).
+template <class Record>
+std::size_t ofFields(Record const& r) {
+  return std::apply([](auto const&... fields) { return of(fields...); }, r.vokFields());
+}
+
 }  // namespace ValueHash
+
+// A record's field list, declared once in the record: vokFields() gives its fields as a tuple of
+// references, read-only or writable, and serves the record's hash, its equality and the codec of
+// the peer transport alike.
+#define VOK_FIELDS(...)                                                       \
+  constexpr auto vokFields() const noexcept { return std::tie(__VA_ARGS__); } \
+  constexpr auto vokFields() noexcept { return std::tie(__VA_ARGS__); }
 
 // A std::hash that defers to the value's own hash().
 #define VALUE_TYPES_STD_HASH(Type)                                            \

@@ -86,8 +86,11 @@ class MacVlanPair {
   void macIs(Lanx::EthAddr const& v) noexcept { mac_ = v; }
   void vlanIdIs(Bridging::VlanId v) noexcept { vlanId_ = v; }
 
-  std::size_t hash() const noexcept { return ValueHash::of(mac_, vlanId_); }
-  friend constexpr bool operator==(MacVlanPair const&, MacVlanPair const&) noexcept = default;
+  VOK_FIELDS(mac_, vlanId_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend constexpr bool operator==(MacVlanPair const& a, MacVlanPair const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
   friend constexpr auto operator<=>(MacVlanPair const&, MacVlanPair const&) noexcept = default;
 
  private:
@@ -110,8 +113,11 @@ class VlanIpPair {
   void vlanIdIs(std::uint16_t v) noexcept { vlanId_ = v; }
   void ipAddrIs(Lanx::IpGenAddr const& v) noexcept { ipAddr_ = v; }
 
-  std::size_t hash() const noexcept { return ValueHash::of(vlanId_, ipAddr_); }
-  friend constexpr bool operator==(VlanIpPair const&, VlanIpPair const&) noexcept = default;
+  VOK_FIELDS(vlanId_, ipAddr_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend constexpr bool operator==(VlanIpPair const& a, VlanIpPair const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   std::uint16_t vlanId_ = 0;
@@ -131,8 +137,11 @@ class VniVtiPair {
   constexpr Lanx::IntfId intfId() const noexcept { return intfId_; }
   constexpr VniExt vni() const noexcept { return vni_; }
 
-  std::size_t hash() const noexcept { return ValueHash::of(intfId_, vni_); }
-  friend constexpr bool operator==(VniVtiPair const&, VniVtiPair const&) noexcept = default;
+  VOK_FIELDS(intfId_, vni_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend constexpr bool operator==(VniVtiPair const& a, VniVtiPair const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   Lanx::IntfId intfId_;

@@ -31,8 +31,11 @@ class BfdPeerStatusV2 {
   void remoteStatusIs(std::uint8_t v) noexcept { remoteStatus_ = v; }
 
   bool isEq(BfdPeerStatusV2 const& o) const noexcept { return *this == o; }
-  std::size_t hash() const noexcept { return ValueHash::of(label_, ip_, status_, remoteStatus_); }
-  friend bool operator==(BfdPeerStatusV2 const&, BfdPeerStatusV2 const&) noexcept = default;
+  VOK_FIELDS(label_, ip_, status_, remoteStatus_)
+  std::size_t hash() const noexcept { return ValueHash::ofFields(*this); }
+  friend bool operator==(BfdPeerStatusV2 const& a, BfdPeerStatusV2 const& b) noexcept {
+    return a.vokFields() == b.vokFields();
+  }
 
  private:
   Brix::String label_;
