@@ -25,9 +25,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "BenchLink.h"
 #include "BenchSupport.h"
-#include "Link.h"
-#include "Mirror.h"
 #include "Vxlan/PrimarySm.h"
 #include "Vxlan/SecondarySm.h"
 #include "Vxlan/SmContainer.h"
@@ -76,8 +75,7 @@ struct Pair {
   Brix::Ptr<Bfd::StatusPeer> bfdPeer = Brix::newNode<Bfd::StatusPeer>();
   Brix::Ptr<Bridging::Config> bridgingConfig = Brix::newNode<Bridging::Config>();
   Brix::Ptr<Mlag::Status> mlagP = Brix::newNode<Mlag::Status>(), mlagS = Brix::newNode<Mlag::Status>();
-  Sim::Link link;
-  Sim::Mirror<Mlag::VxlanStatus> mirror{sentP, recvS, link};
+  Bench::StatusLink link{sentP, recvS};
   MlagVxlan::PrimarySm::Ptr primary;
   MlagVxlan::SecondarySm::Ptr secondary;
 
@@ -102,9 +100,7 @@ struct Pair {
     secondary = MlagVxlan::secondarySmFactory(sentS, recvS, localS, bridgingConfig, nullptr, nullptr, nullptr, mlagS);
     settle();
   }
-  void settle() {
-    while (!link.idle()) link.deliverDue(loop.now());
-  }
+  void settle() { link.settle(); }
   std::size_t applied() const {
     auto t = localS->arpStatusWithVlan(vrf);
     return t ? t->arpEntryCount() : 0;

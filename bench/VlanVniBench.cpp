@@ -25,9 +25,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "BenchLink.h"
 #include "BenchSupport.h"
-#include "Link.h"
-#include "Mirror.h"
 #include "Vxlan/SmContainer.h"
 #include "Vxlan/VlanToVniMapSm.h"
 #include "entities/Mlag/Status.h"
@@ -68,8 +67,7 @@ struct Pair {
   Brix::Ptr<Mlag::VxlanStatus> localB = Brix::newNode<Mlag::VxlanStatus>();
   Brix::Ptr<Mlag::Status> statusA = Brix::newNode<Mlag::Status>();
   Brix::Ptr<Mlag::Status> statusB = Brix::newNode<Mlag::Status>();
-  Sim::Link link;
-  Sim::Mirror<Mlag::VxlanStatus> mirror{sentA, recvB, link};
+  Bench::StatusLink link{sentA, recvB};
   MlagVxlan::VlanToVniMapSm::Ptr smA;
   MlagVxlan::VlanToVniMapSm::Ptr smB;
 
@@ -91,9 +89,7 @@ struct Pair {
     smB = MlagVxlan::vlanToVniMapSmFactory(dirB, sentB, recvB, localB, statusB);
     settle();
   }
-  void settle() {
-    while (!link.idle()) link.deliverDue(loop.now());
-  }
+  void settle() { link.settle(); }
 };
 
 void Exchange4094FromNothing(benchmark::State& state) {

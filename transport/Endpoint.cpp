@@ -19,20 +19,23 @@ void Endpoint::incomingIs(std::uint8_t channel, std::unique_ptr<Incoming> in) {
   incoming_[channel] = std::move(in);
 }
 
-Bytes* Endpoint::changeSink() {
-  if (state_ == State::closed) return nullptr;
+void Endpoint::changeOut(ByteSpan change) {
+  if (state_ == State::closed) return;
   if (!writer_.isOpen()) {
     writer_.open(FrameKind::changes);
     outputWritten();
   }
-  return &writer_.body();
+  Bytes& body = writer_.body();
+  auto n = static_cast<std::uint32_t>(change.size());
+  for (int i = 0; i < 4; ++i) body.push_back(static_cast<std::byte>((n >> (8 * i)) & 0xff));
+  body.insert(body.end(), change.begin(), change.end());
 }
 
 void Endpoint::seal() { writer_.close(); }
 
 void Endpoint::wholeState() {
   writer_.open(FrameKind::changes);
-  for (auto& out : outgoing_) out->snapshot(writer_.body());
+  for (auto& out : outgoing_) out->snapshot();
   writer_.synced();
   outputWritten();
 }
@@ -93,11 +96,17 @@ void Endpoint::frameIn(FrameReader::Frame const& frame) {
     case FrameKind::changes: {
       ByteSpan rest = frame.body;
       while (!rest.empty()) {
-        auto channel = static_cast<std::uint8_t>(rest[0]);
+        if (rest.size() < 4) throw ProtocolError("a change cut short in its length");
+        std::uint32_t n = 0;
+        for (int i = 0; i < 4; ++i) n |= static_cast<std::uint32_t>(rest[static_cast<std::size_t>(i)]) << (8 * i);
+        if (rest.size() - 4 < n) throw ProtocolError("a change of " + std::to_string(n) + " bytes cut short");
+        ByteSpan change = rest.subspan(4, n);
+        rest = rest.subspan(4 + std::size_t{n});
+        std::uint8_t channel = Wire::channelOf(change);
         if (channel >= incoming_.size() || !incoming_[channel]) {
           throw ProtocolError("a change on unknown channel " + std::to_string(channel));
         }
-        rest = rest.subspan(incoming_[channel]->apply(rest));
+        incoming_[channel]->apply(change);
       }
       return;
     }

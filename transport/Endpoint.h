@@ -11,16 +11,18 @@
 // so a reconnection publishes only what changed while the link was down.
 //
 // Changes made while no connection is up are not queued: the next connection starts with the
-// whole state.
+// whole state. In a changes frame each change is its length (u32) and its bytes.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "Frame.h"
 #include "Session.h"
+#include "Wire/EntityCodec.h"
 #include "entities/Mlag/Status.h"
 #include "runtime/Node.h"
 
@@ -32,15 +34,15 @@ class Endpoint : public Session {
   class Outgoing {
    public:
     virtual ~Outgoing() = default;
-    // Appends the whole state of the channel's entity to `out`.
-    virtual void snapshot(Bytes& out) = 0;
+    // Writes the whole state of the channel's entity as changes.
+    virtual void snapshot() = 0;
   };
   // Where the peer's changes of one channel land.
   class Incoming {
    public:
     virtual ~Incoming() = default;
-    // Applies the change at the front of `in`; returns the bytes it took. Raises ProtocolError.
-    virtual std::size_t apply(ByteSpan in) = 0;
+    // Applies one whole change. Raises Wire::DecodeError.
+    virtual void apply(ByteSpan change) = 0;
   };
 
   Endpoint(std::string name, std::uint64_t fingerprint, Brix::Ptr<Mlag::Status> status,
@@ -57,15 +59,30 @@ class Endpoint : public Session {
   void bytesIn(ByteSpan bytes) override;
   void overflowed() override;
 
-  // Where a channel's encoder appends a change: the body of the open changes frame, or null
-  // while no connection is up (the change is not encoded at all).
-  Bytes* changeSink();
-
- protected:
-  void outgoingIs(std::unique_ptr<Outgoing> out) { outgoing_.push_back(std::move(out)); }
-  void incomingIs(std::uint8_t channel, std::unique_ptr<Incoming> in);
+  // Carries `src`'s changes on `channel`, and applies the peer's changes of the same channel to
+  // `dst`. Channels are numbered from 0, each at most once.
+  template <class E>
+  void channelIs(std::uint8_t channel, Brix::Ptr<E const> src, Brix::Ptr<E> dst) {
+    struct Out final : Outgoing {
+      Out(Endpoint* ep, std::uint8_t ch, Brix::Ptr<E const> s)
+          : sender(std::move(s), ch, [ep](std::span<std::byte const> c) { ep->changeOut(c); }) {}
+      void snapshot() override { sender.snapshot(); }
+      Wire::Sender<E> sender;
+    };
+    struct In final : Incoming {
+      In(std::uint8_t ch, Brix::Ptr<E> d) : receiver(std::move(d), ch) {}
+      void apply(ByteSpan change) override { receiver.apply(change); }
+      Wire::Receiver<E> receiver;
+    };
+    outgoing_.push_back(std::make_unique<Out>(this, channel, std::move(src)));
+    incomingIs(channel, std::make_unique<In>(channel, std::move(dst)));
+  }
 
  private:
+  void incomingIs(std::uint8_t channel, std::unique_ptr<Incoming> in);
+  // Appends one encoded change to the open changes frame; dropped while no connection is up.
+  void changeOut(ByteSpan change);
+
   enum class State { closed, awaitingHello, syncing, up };
 
   void seal() override;

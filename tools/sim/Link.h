@@ -1,94 +1,24 @@
-// One direction of the simulated peer link: changes posted now are applied after the link's
-// delay, in the order they were posted. While the link is cut nothing is posted or applied.
+// One direction of the simulated peer link: the frames a switch's endpoint writes are carried, in
+// order, to the peer's endpoint after the link's delay, on virtual time. While the link is cut
+// nothing is carried, and what was in flight is lost.
 //
-// A change costs no heap allocation once the link has carried its first few: each one is a
-// callable kept inline in a slot of a reused queue. Only a callable larger than a slot's room
-// goes to the heap (none that the mirrors post is).
+// The byte buffers go round: a carried buffer is swapped with a spare one, so that once the link
+// has carried its first few frames, a change costs no heap allocation.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <new>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "Session.h"
 #include "runtime/Time.h"
 
 namespace Sim {
 
-// A move-only `void()` callable stored inline when it fits in `room` bytes.
-class LinkTask {
- public:
-  static constexpr std::size_t room = 120;
-
-  LinkTask() noexcept = default;
-  template <class F, class = std::enable_if_t<!std::is_same_v<std::decay_t<F>, LinkTask>>>
-  LinkTask(F&& f) {  // NOLINT(google-explicit-constructor): a lambda posts as it is
-    using Fn = std::decay_t<F>;
-    if constexpr (storedInline<Fn>()) {
-      ::new (static_cast<void*>(buf_)) Fn(std::forward<F>(f));
-      ops_ = &inlineOps<Fn>;
-    } else {
-      *reinterpret_cast<Fn**>(buf_) = new Fn(std::forward<F>(f));
-      ops_ = &heapOps<Fn>;
-    }
-  }
-  LinkTask(LinkTask&& o) noexcept : ops_(o.ops_) {
-    if (ops_) ops_->move(o.buf_, buf_);
-    o.ops_ = nullptr;
-  }
-  LinkTask& operator=(LinkTask&& o) noexcept {
-    if (this != &o) {
-      reset();
-      ops_ = o.ops_;
-      if (ops_) ops_->move(o.buf_, buf_);
-      o.ops_ = nullptr;
-    }
-    return *this;
-  }
-  LinkTask(LinkTask const&) = delete;
-  LinkTask& operator=(LinkTask const&) = delete;
-  ~LinkTask() { reset(); }
-
-  template <class Fn>
-  static constexpr bool storedInline() noexcept {
-    // NOLINTNEXTLINE(misc-redundant-expression): constant for one callable, not for all
-    return sizeof(Fn) <= room && alignof(Fn) <= alignof(std::max_align_t) && std::is_nothrow_move_constructible_v<Fn>;
-  }
-
-  void operator()() { ops_->call(buf_); }
-
- private:
-  struct Ops {
-    void (*call)(void*);
-    void (*move)(void* from, void* to) noexcept;  // leaves `from` destroyed
-    void (*destroy)(void*) noexcept;
-  };
-  template <class Fn>
-  static constexpr Ops inlineOps{[](void* p) { (*static_cast<Fn*>(p))(); },
-                                 [](void* from, void* to) noexcept {
-                                   ::new (to) Fn(std::move(*static_cast<Fn*>(from)));
-                                   static_cast<Fn*>(from)->~Fn();
-                                 },
-                                 [](void* p) noexcept { static_cast<Fn*>(p)->~Fn(); }};
-  template <class Fn>
-  static constexpr Ops heapOps{[](void* p) { (**static_cast<Fn**>(p))(); },
-                               [](void* from, void* to) noexcept { *static_cast<Fn**>(to) = *static_cast<Fn**>(from); },
-                               [](void* p) noexcept { delete *static_cast<Fn**>(p); }};
-
-  void reset() noexcept {
-    if (ops_) ops_->destroy(buf_);
-    ops_ = nullptr;
-  }
-
-  alignas(std::max_align_t) unsigned char buf_[room];
-  Ops const* ops_ = nullptr;
-};
-
 class Link {
  public:
-  using Apply = LinkTask;
+  using Session = MlagVxlan::Transport::Session;
+  using Bytes = MlagVxlan::Transport::Bytes;
 
   Brix::Duration delay() const noexcept { return delay_; }
   void delayIs(Brix::Duration d) noexcept { delay_ = d; }
@@ -98,26 +28,44 @@ class Link {
   void upIs(bool up) {
     up_ = up;
     if (!up_) {
+      for (std::size_t i = head_; i < queue_.size(); ++i) recycle(queue_[i].bytes);
       queue_.clear();
       head_ = 0;
     }
   }
 
-  void post(Apply apply) {
-    if (!up_) return;
-    queue_.push_back({Vok::System::currentTime() + delay_, std::move(apply)});
+  // Takes what `from` has written, to arrive after the delay; dropped while the link is cut.
+  void carry(Session& from) { carryAt(from, Vok::System::currentTime() + delay_); }
+  void carryAt(Session& from, Brix::Duration due) {
+    Bytes& out = from.output();
+    from.outputTaken();
+    if (out.empty()) return;
+    if (!up_) {
+      out.clear();
+      return;
+    }
+    queue_.push_back({due, spare()});
+    std::swap(queue_.back().bytes, out);
+  }
+  // Bytes that come from elsewhere (the other process of a split run).
+  void postAt(Brix::Duration due, MlagVxlan::Transport::ByteSpan bytes) {
+    if (!up_ || bytes.empty()) return;
+    queue_.push_back({due, spare()});
+    queue_.back().bytes.assign(bytes.begin(), bytes.end());
   }
 
-  // Applies, in order, everything due by `now`. What an applied change posts in turn waits for
-  // the next call, so one call is one hop.
-  std::size_t deliverDue(Brix::Duration now) {
+  // Hands `to`, in order, everything due by `now` that was in flight when called: what `to`
+  // writes in turn waits for the next carry, so one call is one hop. Returns the frames' buffers
+  // handed over.
+  std::size_t deliverDue(Brix::Duration now, Session& to) {
     std::size_t n = 0;
     std::size_t const end = queue_.size();
     while (head_ < end && head_ < queue_.size() && queue_[head_].due <= now) {
-      Apply a = std::move(queue_[head_].apply);
+      Bytes bytes = std::move(queue_[head_].bytes);
       ++head_;
-      a();
       ++n;
+      to.bytesIn(bytes);
+      recycle(bytes);
     }
     compact();
     return n;
@@ -129,11 +77,22 @@ class Link {
  private:
   struct Item {
     Brix::Duration due;
-    Apply apply;
+    Bytes bytes;
   };
 
+  Bytes spare() {
+    if (spares_.empty()) return {};
+    Bytes b = std::move(spares_.back());
+    spares_.pop_back();
+    return b;
+  }
+  void recycle(Bytes& b) {
+    b.clear();
+    if (spares_.size() < 8) spares_.push_back(std::move(b));
+  }
+
   // Delivered slots are dropped from the front once they are the larger part, so the queue
-  // keeps its capacity and moves each waiting change a bounded number of times.
+  // keeps its capacity and moves each waiting frame a bounded number of times.
   void compact() {
     if (head_ == queue_.size()) {
       queue_.clear();
@@ -146,6 +105,7 @@ class Link {
 
   std::vector<Item> queue_;
   std::size_t head_ = 0;
+  std::vector<Bytes> spares_;
   Brix::Duration delay_ = 0.0;
   bool up_ = true;
 };

@@ -1,18 +1,19 @@
 // A simulated MLAG pair: switches A and B and the peer link between them, on virtual time.
 //
-// The link carries each side's published entities into the other side's received ones through
-// generic mirrors, after a one-way delay. It starts up, with each side's peer clock offset valid. Cutting it drops what
-// is in flight and makes both switches' Mlag::Status show the peer link down (bit 0 of peerLinkDownFlag, peerLinkKnown
-// left non-zero) and Mlag::ProtoStatus an invalid monotonic offset. Restoring it resynchronises
-// whole entities by difference, as a peer protocol would, and only once that has arrived does
-// each side see the link up and the offset valid again.
+// Each switch has the transport's endpoint, as an agent would: the link carries the frames each
+// endpoint writes to the other after a one-way delay. It starts up, with each side's peer clock
+// offset valid. Cutting it drops what is in flight and makes both switches' Mlag::Status show the
+// peer link down (bit 0 of peerLinkDownFlag, peerLinkKnown left non-zero) and Mlag::ProtoStatus
+// an invalid monotonic offset. Restoring it is a new connection: each side sends its whole state,
+// which the other applies by difference, and only once that has arrived does each side see the
+// link up and the offset valid again.
 #pragma once
 
 #include <memory>
 #include <vector>
 
 #include "Link.h"
-#include "Mirror.h"
+#include "PeerEndpoint.h"
 #include "Switch.h"
 #include "runtime/Clock.h"
 
@@ -32,6 +33,7 @@ class Pair {
   Switch& peerOf(Switch const& s) noexcept { return &s == &a ? b : a; }
   // The direction that carries what `s` publishes.
   Link& linkFrom(Switch const& s) noexcept { return &s == &a ? aToB_ : bToA_; }
+  MlagVxlan::Transport::Endpoint& endpointOf(Switch const& s) noexcept { return &s == &a ? *epA_ : *epB_; }
 
   void delayIs(Brix::Duration d) noexcept {
     aToB_.delayIs(d);
@@ -50,16 +52,13 @@ class Pair {
   Brix::Duration now() const { return loop_.now(); }
 
  private:
-  template <class E>
-  void mirror(Brix::Ptr<E> const& from, Brix::Ptr<E> const& to, Link& link) {
-    mirrors_.push_back(std::make_unique<Mirror<E>>(Brix::Ptr<E const>(from), to, link));
-  }
-  void peerLinkDownIs(Switch& s, bool down);
+  void carryAll();
   std::size_t deliver(Link& link, Switch& to, Brix::Duration now);
 
+  std::unique_ptr<MlagVxlan::Transport::Endpoint> epA_;
+  std::unique_ptr<MlagVxlan::Transport::Endpoint> epB_;
   Link aToB_;
   Link bToA_;
-  std::vector<std::unique_ptr<MirrorBase>> mirrors_;
 };
 
 }  // namespace Sim
