@@ -212,7 +212,7 @@ struct Codec<Lanx::EthAddr> {
   }
   static Lanx::EthAddr decode(Reader& r) {
     auto b = r.bytes<6>();
-    auto word = [&](int i) { return static_cast<std::uint16_t>(b[2 * i] << 8 | b[2 * i + 1]); };
+    auto word = [&](std::size_t i) { return static_cast<std::uint16_t>(b[2 * i] << 8 | b[2 * i + 1]); };
     return Lanx::EthAddr(word(0), word(1), word(2));
   }
 };
