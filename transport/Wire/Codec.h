@@ -12,6 +12,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -46,12 +47,14 @@ class Writer {
   explicit Writer(std::vector<std::byte>& out) noexcept : out_(out) {}
 
   void u8(std::uint8_t v) { out_.push_back(std::byte{v}); }
+  // Grows the buffer once per value, not once per byte.
   template <std::unsigned_integral T>
   void uint(T v) {
-    for (std::size_t i = 0; i < sizeof(T); ++i) out_.push_back(static_cast<std::byte>(v >> (8 * i)));
+    std::byte* p = grow(sizeof(T));
+    for (std::size_t i = 0; i < sizeof(T); ++i) p[i] = static_cast<std::byte>(v >> (8 * i));
   }
   void bytes(std::span<std::uint8_t const> b) {
-    for (auto x : b) out_.push_back(std::byte{x});
+    if (!b.empty()) std::memcpy(grow(b.size()), b.data(), b.size());
   }
   void text(std::string_view s) {
     uint(static_cast<std::uint32_t>(s.size()));
@@ -61,6 +64,12 @@ class Writer {
   std::vector<std::byte>& buffer() noexcept { return out_; }
 
  private:
+  std::byte* grow(std::size_t n) {
+    std::size_t at = out_.size();
+    out_.resize(at + n);
+    return out_.data() + at;
+  }
+
   std::vector<std::byte>& out_;
 };
 
@@ -212,7 +221,7 @@ struct Codec<Lanx::EthAddr> {
   }
   static Lanx::EthAddr decode(Reader& r) {
     auto b = r.bytes<6>();
-    auto word = [&](int i) { return static_cast<std::uint16_t>(b[2 * i] << 8 | b[2 * i + 1]); };
+    auto word = [&](std::size_t i) { return static_cast<std::uint16_t>(b[2 * i] << 8 | b[2 * i + 1]); };
     return Lanx::EthAddr(word(0), word(1), word(2));
   }
 };
