@@ -6,7 +6,6 @@
 
 namespace Sim {
 
-// The endpoint of a switch: its published entities out, the peer's in.
 std::unique_ptr<MlagVxlan::Transport::Endpoint> switchEndpoint(Switch& s) {
   MlagVxlan::Transport::PeerEntities e{s.sentVxStatus,  s.recvVxStatus,  s.sentP2pHostTable, s.recvP2pHostTable,
                                        s.sentActiveArp, s.recvActiveArp, s.sentSde,          s.recvSde,

@@ -19,6 +19,9 @@
 
 namespace Sim {
 
+// The endpoint of a switch: its published entities out, the peer's in.
+std::unique_ptr<MlagVxlan::Transport::Endpoint> switchEndpoint(Switch& s);
+
 class Pair {
   Vok::ManualLoop loop_;  // first in, last out: every switch lives on virtual time
 

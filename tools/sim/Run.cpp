@@ -290,6 +290,10 @@ std::vector<Change> diffEntity(Flat const& before, Flat const& after, std::strin
   return it == all.end() ? std::vector<Change>{} : it->second;
 }
 
+void PairDriver::vlanConfigToggleIs(std::optional<bool> on) {
+  MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(on);
+}
+
 LocalDriver::LocalDriver(Pair& pair) : pair_(pair) {
   trackers_[0] = std::make_unique<SwitchTracker>(pair.a);
   trackers_[1] = std::make_unique<SwitchTracker>(pair.b);
@@ -310,9 +314,7 @@ void LocalDriver::inputsRun(std::size_t s, Scenario const& sc, std::size_t i, st
   switchInputsRun(sw(s), s, sc, i, refusals);
 }
 
-bool LocalDriver::inPair(std::size_t s) const {
-  return sw(s).container()->primarySm() || sw(s).container()->secondarySm();
-}
+bool LocalDriver::inPair(std::size_t s) { return sw(s).container()->primarySm() || sw(s).container()->secondarySm(); }
 
 Runner::Runner(Pair& pair, Scenario const& sc, std::ostream& out, RunOptions const& options)
     : own_(std::make_unique<LocalDriver>(pair)), driver_(*own_), sc_(sc), out_(out), options_(options) {
@@ -326,7 +328,7 @@ Runner::Runner(PairDriver& driver, Scenario const& sc, std::ostream& out, RunOpt
 
 void Runner::start() {
   // Each run starts from the process's own toggles, whatever an earlier run in it chose.
-  MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(std::nullopt);
+  driver_.vlanConfigToggleIs(std::nullopt);
   driver_.delayIs(sc_.delay);
   driver_.settle();
   // The report starts from the settled pair.
@@ -374,7 +376,7 @@ void Runner::stepRun(std::size_t i) {
                       "out of the pair first  ({}:{})",
                       sc_.file, step.line));
     } else {
-      MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(*step.vlanConfigToggle);
+      driver_.vlanConfigToggleIs(*step.vlanConfigToggle);
     }
   }
   guarded([&] { driver_.settle(); });

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -55,7 +56,10 @@ class PairDriver {
   // `refusals` as "<what the library said>", and the other inputs still apply.
   virtual void inputsRun(std::size_t s, Scenario const& sc, std::size_t i, std::vector<std::string>& refusals) = 0;
   // Whether switch `s` runs a role (the process toggles cannot change then).
-  virtual bool inPair(std::size_t s) const = 0;
+  virtual bool inPair(std::size_t s) = 0;
+  // The process toggle BreakBridgingConfigVlanConfigVxlan, or none for the process's own, in
+  // every process of the run.
+  virtual void vlanConfigToggleIs(std::optional<bool> on);
   // Brings switch `s`'s dump up to date and gives the lines that changed since the last take.
   virtual std::vector<Change> take(std::size_t s) = 0;
   virtual Flat const& flat(std::size_t s) const = 0;
@@ -71,7 +75,7 @@ class LocalDriver final : public PairDriver {
   void delayIs(Brix::Duration d) override { pair_.delayIs(d); }
   std::string const& name(std::size_t s) const override { return sw(s).name(); }
   void inputsRun(std::size_t s, Scenario const& sc, std::size_t i, std::vector<std::string>& refusals) override;
-  bool inPair(std::size_t s) const override;
+  bool inPair(std::size_t s) override;
   std::vector<Change> take(std::size_t s) override { return trackers_[s]->take(); }
   Flat const& flat(std::size_t s) const override { return trackers_[s]->flat(); }
 

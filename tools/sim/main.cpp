@@ -21,6 +21,7 @@
 #include "Pair.h"
 #include "Run.h"
 #include "Scenario.h"
+#include "Split.h"
 #include "TraceSink.h"
 #include "Vxlan/Trace.h"
 
@@ -68,6 +69,7 @@ int main(int argc, char** argv) {
   std::string traceLevels;
   bool quiet = false;
   bool showBuiltin = false;
+  bool split = false;
   app.add_option("scenario", scenarioPath, "A scenario file (YAML); see examples/README.md");
   app.add_option("--json", jsonPath, "Write the whole final state of both switches to this file, as JSON");
   app.add_option("--trace-dir", traceDir,
@@ -75,6 +77,9 @@ int main(int argc, char** argv) {
   app.add_option("--trace", traceLevels, "Print the text trace at these levels, as in \"5,6\" or \"0-9\" or \"all\"");
   app.add_flag("-q,--quiet", quiet, "Print only unmet expectations and the closing line");
   app.add_flag("--show-builtin", showBuiltin, "Print the built-in scenario and exit");
+  app.add_flag("--split", split,
+               "Run switch B in a process of its own, the peer link over loopback TCP; the report is the same")
+      ->excludes("--json");
   if (auto exitCode = Sim::commandLineParse(app, argc, argv)) return *exitCode;
 
   if (showBuiltin) {
@@ -120,6 +125,19 @@ int main(int argc, char** argv) {
   if (traceMask) MlagVxlan::_defaultTraceHandle()->levelMaskIs(*traceMask);
 
   Sim::RunResult result;
+  if (split) {
+    try {
+      Sim::RunOptions options;
+      options.quiet = quiet;
+      if (quiet && ::isatty(STDERR_FILENO)) options.progress = &std::cerr;
+      Sim::SplitDriver driver(scenario, traceDir.empty() ? tempDir->path() : traceDir);
+      result = Sim::runScenario(driver, scenario, std::cout, options);
+    } catch (std::exception const& e) {
+      std::cout.flush();
+      return fail(e.what());
+    }
+    return result.failed > 0 || result.refused > 0 ? exitUnmet : 0;
+  }
   try {
     Sim::Pair pair;
     Sim::RunOptions options;

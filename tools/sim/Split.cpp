@@ -1,0 +1,398 @@
+#include "Split.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+#include "TraceSink.h"
+#include "Vxlan/SecondarySm.h"
+
+namespace Sim {
+
+namespace {
+
+using MlagVxlan::Transport::Bytes;
+using MlagVxlan::Transport::ByteSpan;
+
+enum Msg : std::uint8_t {
+  peer = 1,         // A <-> B: due time, frames of the peer link
+  round = 2,        // A -> B: deliver and fire what is due now
+  roundDone = 3,    // B -> A: how much moved, when B has something due next
+  time = 4,         // A -> B: virtual time moves to this
+  link = 5,         // A -> B: the peer link cut or restored
+  delay = 6,        // A -> B: the link's new delay
+  inputs = 7,       // A -> B: apply your inputs of this step
+  refusals = 8,     // B -> A: what the library refused of them
+  toggle = 9,       // A -> B: the process toggle, or none
+  take = 10,        // A -> B: your dump's changes
+  changes = 11,     // B -> A: the changes
+  quit = 12,        // A -> B: the run is over
+  inPairAsk = 13,   // A -> B: do you run a role?
+  inPairSaid = 14,  // B -> A: the answer
+};
+
+class Out {
+ public:
+  Out& u8(std::uint8_t v) {
+    b_.push_back(static_cast<std::byte>(v));
+    return *this;
+  }
+  Out& u64(std::uint64_t v) {
+    for (int i = 0; i < 8; ++i) u8(static_cast<std::uint8_t>(v >> (8 * i)));
+    return *this;
+  }
+  Out& f64(double v) { return u64(std::bit_cast<std::uint64_t>(v)); }
+  Out& bytes(ByteSpan s) {
+    u64(s.size());
+    b_.insert(b_.end(), s.begin(), s.end());
+    return *this;
+  }
+  Out& str(std::string const& s) { return bytes(ByteSpan(reinterpret_cast<std::byte const*>(s.data()), s.size())); }
+  Bytes const& body() const noexcept { return b_; }
+
+ private:
+  Bytes b_;
+};
+
+class In {
+ public:
+  explicit In(Bytes const& b) : b_(b) {}
+  std::uint8_t u8() {
+    need(1);
+    return static_cast<std::uint8_t>(b_[pos_++]);
+  }
+  std::uint64_t u64() {
+    std::uint64_t v = 0;
+    for (int i = 0; i < 8; ++i) v |= std::uint64_t{u8()} << (8 * i);
+    return v;
+  }
+  double f64() { return std::bit_cast<double>(u64()); }
+  ByteSpan bytes() {
+    std::uint64_t n = u64();
+    need(n);
+    ByteSpan s(b_.data() + pos_, n);
+    pos_ += n;
+    return s;
+  }
+  std::string str() {
+    ByteSpan s = bytes();
+    return {reinterpret_cast<char const*>(s.data()), s.size()};
+  }
+
+ private:
+  void need(std::uint64_t n) const {
+    if (b_.size() - pos_ < n) throw std::runtime_error("a split run's control message cut short");
+  }
+  Bytes const& b_;
+  std::size_t pos_ = 0;
+};
+
+// What switch B's process does: serve the control until told to quit.
+int childRun(std::uint16_t port, Scenario const& sc) {
+  asio::io_context io;
+  asio::ip::tcp::socket socket(io);
+  socket.connect({asio::ip::make_address("127.0.0.1"), port});
+  socket.set_option(asio::ip::tcp::no_delay(true));
+  ControlChannel control(std::move(socket));
+
+  Vok::ManualLoop loop;
+  Switch b("B");
+  auto endpoint = switchEndpoint(b);
+  SwitchTracker tracker(b);
+  Link fromA;
+  Brix::Duration linkDelay = 0.0;
+  auto flush = [&] {
+    Bytes& out = endpoint->output();
+    endpoint->outputTaken();
+    if (out.empty()) return;
+    if (fromA.up()) control.send(peer, Out().f64(loop.now() + linkDelay).bytes(out).body());
+    out.clear();
+  };
+  {
+    Acting acting(b.name());
+    endpoint->opened();
+  }
+  Bytes body;
+  for (;;) {
+    std::uint8_t kind = control.receive(body);
+    In in(body);
+    switch (kind) {
+      case peer: {
+        double due = in.f64();
+        fromA.postAt(due, in.bytes());
+        break;
+      }
+      case round: {
+        std::size_t moved = 0;
+        {
+          Acting acting(b.name());
+          moved = fromA.deliverDue(loop.now(), *endpoint);
+        }
+        flush();
+        moved += loop.runOnce();
+        flush();
+        double next = std::min(fromA.nextDue(), Vok::ActivityFacility::clock().nextTime());
+        control.send(roundDone, Out().u64(moved).f64(next).body());
+        break;
+      }
+      case time:
+        loop.advanceTo(in.f64());
+        break;
+      case link: {
+        bool up = in.u8() != 0;
+        fromA.upIs(up);
+        Acting acting(b.name());
+        if (up) {
+          endpoint->opened();
+        } else {
+          endpoint->closed();
+        }
+        break;
+      }
+      case delay:
+        linkDelay = in.f64();
+        break;
+      case inputs: {
+        std::vector<std::string> said;
+        switchInputsRun(b, 1, sc, in.u64(), said);
+        Out o;
+        o.u64(said.size());
+        for (auto const& s : said) o.str(s);
+        control.send(refusals, o.body());
+        break;
+      }
+      case toggle: {
+        bool has = in.u8() != 0;
+        bool on = in.u8() != 0;
+        MlagVxlan::toggleBreakBridgingConfigVlanConfigVxlanForTest(has ? std::optional<bool>(on) : std::nullopt);
+        break;
+      }
+      case take: {
+        auto lines = tracker.take();
+        if (in.u8() != 0) {  // the whole dump, not what changed
+          lines.clear();
+          for (auto const& [name, value] : tracker.flat()) lines.push_back(Change{'+', name, {}, value, 1});
+        }
+        Out o;
+        o.u64(lines.size());
+        for (auto const& c : lines) o.u8(static_cast<std::uint8_t>(c.kind)).str(c.name).str(c.before).str(c.after);
+        control.send(changes, o.body());
+        break;
+      }
+      case inPairAsk: {
+        bool inPair = b.container()->primarySm() || b.container()->secondarySm();
+        control.send(inPairSaid, Out().u8(inPair ? 1 : 0).body());
+        break;
+      }
+      case quit:
+        return 0;
+      default:
+        throw std::runtime_error("a split run's control message of unknown kind " + std::to_string(kind));
+    }
+  }
+}
+
+}  // namespace
+
+void ControlChannel::send(std::uint8_t kind, Bytes const& body) {
+  std::uint8_t head[5];
+  auto n = static_cast<std::uint32_t>(body.size());
+  for (int i = 0; i < 4; ++i) head[i] = static_cast<std::uint8_t>(n >> (8 * i));
+  head[4] = kind;
+  std::array<asio::const_buffer, 2> bufs{asio::buffer(head), asio::buffer(body)};
+  asio::write(socket_, bufs);
+}
+
+std::uint8_t ControlChannel::receive(Bytes& body) {
+  std::uint8_t head[5];
+  asio::error_code ec;
+  asio::read(socket_, asio::buffer(head), ec);
+  if (ec) throw std::runtime_error("the process of the other switch has gone: " + ec.message());
+  std::uint32_t n = 0;
+  for (int i = 0; i < 4; ++i) n |= std::uint32_t{head[i]} << (8 * i);
+  body.resize(n);
+  asio::read(socket_, asio::buffer(body), ec);
+  if (ec) throw std::runtime_error("the process of the other switch has gone: " + ec.message());
+  return head[4];
+}
+
+SplitDriver::SplitDriver(Scenario const& sc, std::string const& ringDir) {
+  asio::ip::tcp::acceptor acceptor(io_, {asio::ip::make_address("127.0.0.1"), 0});
+  std::uint16_t const port = acceptor.local_endpoint().port();
+  child_ = ::fork();
+  if (child_ < 0) throw std::runtime_error("cannot start the process of switch B");
+  if (child_ == 0) {
+    // B's process: its own ring file, and nothing of A's.
+    acceptor.close();
+    std::string dir = (std::filesystem::path(ringDir) / "B").string();
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    ::setenv("RINGLOGDIR", dir.c_str(), 1);
+    int code = 1;
+    try {
+      code = childRun(port, sc);
+    } catch (std::exception const& e) {
+      std::fprintf(stderr, "mlagvxlan-sim: switch B: %s\n", e.what());
+    }
+    std::fflush(nullptr);
+    ::_exit(code);
+  }
+  asio::ip::tcp::socket socket(io_);
+  acceptor.accept(socket);
+  socket.set_option(asio::ip::tcp::no_delay(true));
+  control_ = std::make_unique<ControlChannel>(std::move(socket));
+  a_ = std::make_unique<Switch>("A");
+  endpoint_ = switchEndpoint(*a_);
+  tracker_ = std::make_unique<SwitchTracker>(*a_);
+  {
+    Acting acting(a_->name());
+    endpoint_->opened();
+  }
+  settle();
+  // B's dump as it stands; from here on only its changes cross.
+  flatB_.clear();
+  (void)takeFromB(true);
+}
+
+SplitDriver::~SplitDriver() {
+  try {
+    control_->send(quit, {});
+  } catch (std::exception const&) {
+    // B's process is gone already.
+  }
+  int status = 0;
+  ::waitpid(child_, &status, 0);
+  tracker_.reset();
+  endpoint_.reset();
+  a_.reset();
+}
+
+void SplitDriver::carry() {
+  Bytes& out = endpoint_->output();
+  endpoint_->outputTaken();
+  if (out.empty()) return;
+  if (up_) {
+    Brix::Duration due = loop_.now() + delay_;
+    control_->send(peer, Out().f64(due).bytes(out).body());
+    toB_.insert(due);
+  }
+  out.clear();
+}
+
+std::uint8_t SplitDriver::awaitReply(Bytes& body) {
+  for (;;) {
+    std::uint8_t kind = control_->receive(body);
+    if (kind != peer) return kind;
+    In in(body);
+    double due = in.f64();
+    fromB_.postAt(due, in.bytes());
+  }
+}
+
+void SplitDriver::advanceTo(Brix::Duration t) {
+  Bytes body;
+  for (;;) {
+    Brix::Duration now = loop_.now();
+    carry();
+    control_->send(Msg::round, Out().f64(now).body());
+    if (awaitReply(body) != roundDone) throw std::runtime_error("switch B's process lost the round");
+    In in(body);
+    std::size_t moved = in.u64();
+    Brix::Duration nextB = in.f64();
+    toB_.erase(toB_.begin(), toB_.upper_bound(now));  // B delivered all of it in the round
+    {
+      Acting acting(a_->name());
+      moved += fromB_.deliverDue(now, *endpoint_);
+    }
+    carry();
+    moved += loop_.runOnce();
+    carry();
+    if (moved > 0) continue;
+    Brix::Duration next = std::min({fromB_.nextDue(), Vok::ActivityFacility::clock().nextTime(), nextB});
+    if (!toB_.empty()) next = std::min(next, *toB_.begin());
+    if (next > t) break;
+    loop_.advanceTo(next);
+    control_->send(Msg::time, Out().f64(next).body());
+  }
+  loop_.advanceTo(t);
+  control_->send(Msg::time, Out().f64(t).body());
+}
+
+void SplitDriver::linkUpIs(bool up) {
+  if (up == up_) return;
+  up_ = up;
+  fromB_.upIs(up);
+  if (!up) toB_.clear();
+  control_->send(Msg::link, Out().u8(up ? 1 : 0).body());
+  Acting acting(a_->name());
+  if (up) {
+    endpoint_->opened();
+  } else {
+    endpoint_->closed();
+  }
+}
+
+void SplitDriver::delayIs(Brix::Duration d) {
+  delay_ = d;
+  control_->send(Msg::delay, Out().f64(d).body());
+}
+
+void SplitDriver::inputsRun(std::size_t s, Scenario const& sc, std::size_t i, std::vector<std::string>& refused) {
+  if (s == 0) {
+    switchInputsRun(*a_, 0, sc, i, refused);
+    return;
+  }
+  control_->send(Msg::inputs, Out().u64(i).body());
+  Bytes body;
+  if (awaitReply(body) != refusals) throw std::runtime_error("switch B's process did not take its inputs");
+  In in(body);
+  for (std::uint64_t n = in.u64(); n > 0; --n) refused.push_back(in.str());
+}
+
+bool SplitDriver::inPair(std::size_t s) {
+  if (s == 0) return a_->container()->primarySm() || a_->container()->secondarySm();
+  control_->send(inPairAsk, {});
+  Bytes body;
+  if (awaitReply(body) != inPairSaid) {
+    throw std::runtime_error("switch B's process did not say whether it runs a role");
+  }
+  return In(body).u8() != 0;
+}
+
+void SplitDriver::vlanConfigToggleIs(std::optional<bool> on) {
+  PairDriver::vlanConfigToggleIs(on);
+  control_->send(Msg::toggle, Out().u8(on ? 1 : 0).u8(on && *on ? 1 : 0).body());
+}
+
+std::vector<Change> SplitDriver::take(std::size_t s) { return s == 0 ? tracker_->take() : takeFromB(false); }
+
+std::vector<Change> SplitDriver::takeFromB(bool whole) {
+  control_->send(Msg::take, Out().u8(whole ? 1 : 0).body());
+  Bytes body;
+  if (awaitReply(body) != changes) throw std::runtime_error("switch B's process did not send its changes");
+  In in(body);
+  std::vector<Change> out;
+  for (std::uint64_t n = in.u64(); n > 0; --n) {
+    Change c;
+    c.kind = static_cast<char>(in.u8());
+    c.name = in.str();
+    c.before = in.str();
+    c.after = in.str();
+    if (c.kind == '-') {
+      flatB_.erase(c.name);
+    } else {
+      flatB_[c.name] = c.after;
+    }
+    out.push_back(std::move(c));
+  }
+  return out;
+}
+
+Flat const& SplitDriver::flat(std::size_t s) const { return s == 0 ? tracker_->flat() : flatB_; }
+
+}  // namespace Sim
