@@ -49,10 +49,12 @@ class NameTable {
     static auto* table = new NameTable;
     return *table;
   }
-  std::uint64_t numberOf(std::string_view name) {
+  // 0 when the name is new and the table already holds `limit` names.
+  std::uint64_t numberOf(std::string_view name, std::size_t limit = std::numeric_limits<std::size_t>::max()) {
     std::lock_guard lock(mutex_);
     auto it = numbers_.find(std::string(name));
     if (it != numbers_.end()) return it->second;
+    if (names_.size() >= limit) return 0;
     names_.emplace_back(name);
     auto n = static_cast<std::uint64_t>(names_.size());
     numbers_.emplace(names_.back(), n);
@@ -124,6 +126,23 @@ struct IntfIdCodec {
 
 std::uint64_t IntfId::intern(std::string_view name) {
   return (kindInterned << 56) | NameTable::instance().numberOf(name);
+}
+
+std::optional<IntfId> IntfId::bounded(std::string_view name, std::size_t limit) {
+  IntfId id;
+  if (name.empty()) return id;
+  for (std::size_t k = 0; k < kinds.size(); ++k) {
+    if (!name.starts_with(kinds[k].name)) continue;
+    if (std::uint64_t v = encodeNumbers(name.substr(kinds[k].name.size())); v != 0) {
+      id.value_ = ((k + 1) << 56) | v;
+      return id;
+    }
+    break;
+  }
+  std::uint64_t n = NameTable::instance().numberOf(name, limit);
+  if (n == 0) return std::nullopt;
+  id.value_ = (kindInterned << 56) | n;
+  return id;
 }
 
 namespace {

@@ -5,6 +5,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <span>
 #include <stdexcept>
@@ -57,6 +58,10 @@ class IntfId {
   // The abbreviated name: "Et1/2", "Po5", "Vl10", "Vx1"; a name of no known kind, or one whose
   // kind is not followed by a digit, is its own short name. Made and kept like stringValue.
   Brix::String const& shortName() const;
+  // The id of `name`, or none when the name is of no known kind and new, and the process already
+  // numbers `limit` such names: names that come from outside cannot grow the table without end.
+  static std::optional<IntfId> bounded(std::string_view name, std::size_t limit);
+
   constexpr bool isEmpty() const noexcept { return value_ == 0; }
   constexpr std::uint64_t value() const noexcept { return value_; }
   std::size_t hash() const noexcept { return std::hash<std::uint64_t>{}(value_); }

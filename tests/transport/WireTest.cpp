@@ -295,3 +295,28 @@ TEST(Wire, FingerprintFollowsTheDeclarations) {
 }
 
 }  // namespace WireSchema
+
+// Interface names of no known kind are kept by the process for good: a peer cannot make it keep
+// more than a bound of them, while names of the known kinds are never refused.
+TEST(Wire, APeerCannotGrowTheInterfaceNameTableWithoutEnd) {
+  auto decodeName = [](std::string const& name) {
+    std::vector<std::byte> buf;
+    MlagVxlan::Wire::Writer(buf).text(name);
+    MlagVxlan::Wire::Reader r(buf);
+    return MlagVxlan::Wire::decode<Lanx::IntfId>(r);
+  };
+  std::size_t taken = 0;
+  std::string refusal;
+  for (std::size_t i = 0; i < 5000 && refusal.empty(); ++i) {
+    try {
+      EXPECT_EQ(decodeName("peer-odd-" + std::to_string(i)).stringValue().view(), "peer-odd-" + std::to_string(i));
+      ++taken;
+    } catch (MlagVxlan::Wire::DecodeError const& e) {
+      refusal = e.what();
+    }
+  }
+  EXPECT_LE(taken, MlagVxlan::Wire::Codec<Lanx::IntfId>::internedLimit);
+  EXPECT_EQ(refusal, "an interface name of no known kind beyond the process's 4096");
+  EXPECT_EQ(decodeName("peer-odd-0").stringValue().view(), "peer-odd-0");  // known already
+  EXPECT_EQ(decodeName("Ethernet7/1"), Lanx::IntfId("Ethernet7/1"));
+}

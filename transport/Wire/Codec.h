@@ -210,7 +210,13 @@ struct Codec<Lanx::IntfId> {
   static void encode(Writer& w, Lanx::IntfId const& v) {
     w.text(v.isEmpty() ? std::string_view() : v.stringValue().view());
   }
-  static Lanx::IntfId decode(Reader& r) { return Lanx::IntfId(r.text()); }
+  // A peer may name interfaces of no known kind, which this process keeps for good: only so many.
+  static constexpr std::size_t internedLimit = 4096;
+  static Lanx::IntfId decode(Reader& r) {
+    std::string_view name = r.text();
+    if (auto id = Lanx::IntfId::bounded(name, internedLimit)) return *id;
+    throw DecodeError("an interface name of no known kind beyond the process's " + std::to_string(internedLimit));
+  }
 };
 
 template <>
