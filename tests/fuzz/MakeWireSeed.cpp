@@ -1,5 +1,6 @@
 // Writes the seed corpus of fuzz_wire: real changes of the five exchanged entities, as their
-// senders encode them, each file a snapshot or a run of changes in the fuzz target's framing.
+// senders encode them, each file a snapshot or a run of changes in the fuzz target's framing;
+// and with a second directory, that of fuzz_frames: an endpoint's opening exchange and changes.
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
@@ -7,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "PeerEndpoint.h"
 #include "Wire/EntityCodec.h"
 #include "entities/L2Rib/SourceDirEntry.h"
 #include "entities/Mlag/VxlanStatus.h"
@@ -39,11 +41,34 @@ void seed(char const* name, std::uint8_t channel, Fill fill) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::cerr << "usage: make-wire-seed DIR\n";
+  if (argc != 2 && argc != 3) {
+    std::cerr << "usage: make-wire-seed DIR [FRAMES-DIR]\n";
     return 2;
   }
   dir = argv[1];
+  if (argc == 3) {
+    namespace Transport = MlagVxlan::Transport;
+    auto sent = Brix::newNode<Mlag::VxlanStatus>();
+    Transport::PeerEntities e{sent,
+                              Brix::newNode<Mlag::VxlanStatus>(),
+                              Brix::newNode<MlagP2p::HostTable>(),
+                              Brix::newNode<MlagP2p::HostTable>(),
+                              Brix::newNode<Vxlan::ActiveArpIpTable>(),
+                              Brix::newNode<Vxlan::ActiveArpIpTable>(),
+                              Brix::newNode<L2Rib::SourceDirEntry>(),
+                              Brix::newNode<L2Rib::SourceDirEntry>(),
+                              Brix::newNode<Vxlan::BumStatus>(),
+                              Brix::newNode<Vxlan::BumStatus>()};
+    Transport::PeerEndpoint endpoint("seed", e, Brix::newNode<Mlag::Status>(), Brix::newNode<Mlag::ProtoStatus>());
+    sent->vniToDynVlanMapIs(Vxlan::VniExtOrNone(10010), Bridging::VlanIdOrNone(10));
+    endpoint.opened();
+    sent->sharedDynVlanIs(Bridging::VlanId(10), true);
+    sent->arpStatusIs(L3::VrfName("red"));
+    sent->vniToDynVlanMapDel(Vxlan::VniExtOrNone(10010));
+    auto const& out = endpoint.output();
+    std::ofstream(std::string(argv[2]) + "/session", std::ios::binary)
+        .write(reinterpret_cast<char const*>(out.data()), static_cast<std::streamsize>(out.size()));
+  }
   Lanx::EthAddr const mac(0x0200, 0, 1);
   Lanx::IpGenAddr const v4(Lanx::IpAddr(10, 0, 0, 1));
   Lanx::IpGenAddr const v6(Lanx::Ip6Addr::parse("2001:db8::1"));
