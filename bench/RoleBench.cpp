@@ -12,10 +12,11 @@
 // the peer's state machines reacting: as secondary it applies (or withdraws) 4094 dynamic VLANs;
 // as primary it only receives.
 // Baselines: the same carry into a status object nobody watches (the transport's share of the
-// reaction), and the mandated work of each change: its map work done with std::unordered_map and
+// reaction), and the mandated work of each change: its map work done with absl::flat_hash_map and
 // its ring records appended to a plain buffer.
 //
 // One iteration is one change; the way back is untimed.
+#include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
 
@@ -25,7 +26,6 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
-#include <unordered_map>
 #include <vector>
 
 #include "BenchSupport.h"
@@ -273,12 +273,12 @@ void BM_Baseline_CarryUnwatched_ToNewSecondary(benchmark::State& state) { carryU
 BENCHMARK(BM_Baseline_CarryUnwatched_ToNewPrimary)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Baseline_CarryUnwatched_ToNewSecondary)->Unit(benchmark::kMillisecond);
 
-// ---- the map work of a change, in std::unordered_map ---------------------------------------
+// ---- the map work of a change, in absl::flat_hash_map --------------------------------------
 
 struct BareMaps {
-  std::unordered_map<std::uint32_t, std::uint16_t> vniToVlan;
-  std::unordered_map<std::uint64_t, std::uint16_t> vniVtiToVlan;
-  std::unordered_map<std::uint16_t, bool> sharedSent, sharedLocal;
+  absl::flat_hash_map<std::uint32_t, std::uint16_t> vniToVlan;
+  absl::flat_hash_map<std::uint64_t, std::uint16_t> vniVtiToVlan;
+  absl::flat_hash_map<std::uint16_t, bool> sharedSent, sharedLocal;
   void publish() {
     for (std::uint16_t v = 1; v <= vlanCount; ++v) {
       vniToVlan[vniBase + v] = v;
