@@ -3,6 +3,7 @@
 // does to it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <asio.hpp>
 #include <chrono>
 #include <functional>
@@ -141,6 +142,39 @@ TEST(TcpLinkTest, BadBytesDropTheConnectionWithOneLine) {
       {{0, 0, 0, 0, 1, 3}, "peer connection dropped: the peer sent something before its hello"},
       {{3, 0, 0, 0, 1, 1, 1, 2, 3}, "peer connection dropped: a hello of 3 bytes is malformed"},
   };
+  // After a proper hello: a change cut short, and a change whose VLAN is out of range.
+  auto after = [](Bytes const& tail) {
+    Bytes b;
+    FrameWriter w(b);
+    w.hello(7, "X");
+    w.open(FrameKind::changes);
+    w.body().insert(w.body().end(), tail.begin(), tail.end());
+    w.close();
+    return std::vector<unsigned char>(reinterpret_cast<unsigned char const*>(b.data()),
+                                      reinterpret_cast<unsigned char const*>(b.data()) + b.size());
+  };
+  cases.push_back({after({std::byte{10}, std::byte{0}, std::byte{0}, std::byte{0}, std::byte{0}}),
+                   "peer connection dropped: a change of 10 bytes cut short"});
+  Bytes vlanChange;  // sharedDynVlan[0xabc] set, its VLAN then made 0
+  {
+    auto src = Brix::newNode<Mlag::VxlanStatus>();
+    Wire::Sender<Mlag::VxlanStatus> tx(src, 0, [&](std::span<std::byte const> c) {
+      for (int i = 0; i < 4; ++i) vlanChange.push_back(static_cast<std::byte>((c.size() >> (8 * i)) & 0xff));
+      vlanChange.insert(vlanChange.end(), c.begin(), c.end());
+    });
+    src->sharedDynVlanIs(Bridging::VlanId(0xabc), true);
+    std::byte const vlanBytes[] = {std::byte{0xbc}, std::byte{0x0a}};
+    auto at = std::search(vlanChange.begin(), vlanChange.end(), std::begin(vlanBytes), std::end(vlanBytes));
+    ASSERT_NE(at, vlanChange.end());
+    at[0] = at[1] = std::byte{0};
+  }
+  std::string vlanZero;
+  try {
+    (void)Bridging::VlanId(0);
+  } catch (std::exception const& e) {
+    vlanZero = e.what();
+  }
+  cases.push_back({after(vlanChange), "peer connection dropped: " + vlanZero});
   asio::io_context io;
   Side a{"A"};
   TcpLink server(io, a.endpoint, fast(true));
@@ -154,6 +188,7 @@ TEST(TcpLinkTest, BadBytesDropTheConnectionWithOneLine) {
     ASSERT_TRUE(runUntil(io, [&] { return !a.log.empty(); })) << c.line;
     EXPECT_EQ(a.log, std::vector<std::string>{c.line});
   }
+  EXPECT_EQ(a.recv->sharedDynVlanCount(), 0u);
   // The same listener still brings a proper peer up.
   Side b{"B"};
   TcpLink client(io, b.endpoint, fast(false, server.port()));
