@@ -51,6 +51,10 @@ void Pair::linkUpIs(bool up) {
   bToA_.post([this] { peerLinkDownIs(a, false); });
 }
 
+Brix::Duration Pair::nextDue() const {
+  return std::min({aToB_.nextDue(), bToA_.nextDue(), Vok::ActivityFacility::clock().nextTime()});
+}
+
 void Pair::settle() { advanceTo(loop_.now()); }
 
 std::size_t Pair::deliver(Link& link, Switch& to, Brix::Duration now) {

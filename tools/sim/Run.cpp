@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "Agreement.h"
 #include "TraceSink.h"
 #include "entities/EntityJson.h"
 
@@ -396,6 +397,7 @@ void Runner::stepRun(std::size_t i) {
 RunResult Runner::run() {
   for (std::size_t i = result_.steps; i < sc_.steps.size(); ++i) stepRun(i);
   if (options_.progress && sc_.steps.size() >= options_.progressFrom) *options_.progress << '\n';
+  if (!options_.quiet) printAgreement(out_, agreementCheck(pair_));
   out_ << fmt::format("\n{} steps run, {} expectations met, {} not met", result_.steps, result_.met, result_.failed);
   if (result_.refused > 0) out_ << fmt::format(", {} inputs refused by the library", result_.refused);
   out_ << '\n';
