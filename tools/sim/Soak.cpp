@@ -75,6 +75,7 @@ void InputState::apply(Step const& step) {
               v.vlanToVni[m.first.Scalar()] = YAML::Dump(m.second);
             }
           }
+          noteConflicts();
         }
       }
     }
@@ -97,51 +98,94 @@ void InputState::apply(Step const& step) {
   }
 }
 
-std::vector<Step> InputState::freshSteps() const {
-  YAML::Node first(YAML::NodeType::Map);
-  first["note"] = "the inputs as they stand";
-  if (delay_ != 0.0) first["delay"] = fmt::format("{}", delay_);
+std::vector<Step> InputState::freshSteps(bool oneByOne) const {
+  // Each switch's inputs as YAML maps: all of them in one, or one write each.
+  std::array<std::vector<YAML::Node>, 2> parts;
   for (std::size_t i = 0; i < 2; ++i) {
     Inputs const& in = inputs_[i];
-    YAML::Node n(YAML::NodeType::Map);
-    if (in.role) n["role"] = *in.role;
-    if (!in.vtis.empty()) {
-      YAML::Node vtis(YAML::NodeType::Map);
-      for (auto const& [name, vti] : in.vtis) {
-        YAML::Node body(YAML::NodeType::Map);
-        for (auto const& [attr, value] : vti.attributes) body[attr] = YAML::Load(value);
-        if (!vti.vlanToVni.empty()) {
-          YAML::Node map(YAML::NodeType::Map);
-          for (auto const& [vlan, vni] : vti.vlanToVni) map[vlan] = YAML::Load(vni);
-          body["vlanToVni"] = map;
+    YAML::Node all(YAML::NodeType::Map);
+    auto part = [&](char const* kind, std::string const& key, YAML::Node const& value) {
+      YAML::Node n = oneByOne ? YAML::Node(YAML::NodeType::Map) : all;
+      n[kind][key] = value;
+      if (oneByOne) parts[i].push_back(n);
+    };
+    if (in.role) {
+      YAML::Node role(YAML::NodeType::Map);
+      role["role"] = *in.role;
+      if (oneByOne) parts[i].push_back(role);
+      if (!oneByOne) all["role"] = *in.role;
+    }
+    for (auto const& [name, vti] : in.vtis) {
+      YAML::Node body(YAML::NodeType::Map);
+      for (auto const& [attr, value] : vti.attributes) {
+        if (oneByOne) {
+          YAML::Node one(YAML::NodeType::Map);
+          one[attr] = YAML::Load(value);
+          part("vti", name, one);
+        } else {
+          body[attr] = YAML::Load(value);
         }
-        vtis[name] = body;
       }
-      n["vti"] = vtis;
+      for (auto const& [vlan, vni] : vti.vlanToVni) {
+        if (oneByOne) {
+          YAML::Node one(YAML::NodeType::Map);
+          one["vlanToVni"][vlan] = YAML::Load(vni);
+          part("vti", name, one);
+        } else {
+          body["vlanToVni"][vlan] = YAML::Load(vni);
+        }
+      }
+      if (!oneByOne || body.size() == 0) part("vti", name, body);
     }
-    if (!in.sets.empty()) {
-      YAML::Node sets(YAML::NodeType::Map);
-      for (auto const& [path, value] : in.sets) sets[path] = YAML::Load(value);
-      n["set"] = sets;
-    }
-    if (n.size() > 0) first[i == 0 ? "A" : "B"] = n;
+    for (auto const& [path, value] : in.sets) part("set", path, YAML::Load(value));
+    if (!oneByOne && all.size() > 0) parts[i].push_back(all);
   }
-  first["advance"] = fmt::format("{}", soakSettleTime);
+  std::vector<Step> out;
   double time = 0;
-  return {parseStep(first, time)};
+  std::size_t const n = std::max(parts[0].size(), parts[1].size());
+  for (std::size_t k = 0; k < std::max<std::size_t>(n, 1); ++k) {
+    YAML::Node step(YAML::NodeType::Map);
+    if (k == 0) {
+      step["note"] = "the inputs as they stand";
+      if (delay_ != 0.0) step["delay"] = fmt::format("{}", delay_);
+    }
+    for (std::size_t i = 0; i < 2; ++i) {
+      if (k < parts[i].size()) step[i == 0 ? "A" : "B"] = parts[i][k];
+    }
+    if (k + 1 == std::max<std::size_t>(n, 1)) step["advance"] = fmt::format("{}", soakSettleTime);
+    out.push_back(parseStep(step, time));
+  }
+  return out;
+}
+
+void InputState::noteConflicts() {
+  for (Inputs const& in : inputs_) {
+    for (auto const& [name, vti] : in.vtis) {
+      std::set<std::string> seen;
+      for (auto const& [vlan, value] : vti.vlanToVni) {
+        YAML::Node const n = YAML::Load(value);
+        std::string const vni = n.IsMap() ? n["vni"].Scalar() : n.Scalar();
+        if (!seen.insert(vni).second) conflicted_.insert(vni);
+      }
+    }
+  }
 }
 
 namespace {
 
 // The differences between a soaked switch's dump and a fresh one's, less the excused ones.
-void differ(std::size_t sw, Flat const& soaked, Flat const& fresh, CheckOutcome& outcome) {
+void differ(std::size_t sw, Flat const& soaked, Flat const& fresh, std::set<std::string> const& conflicted,
+            CheckOutcome& outcome) {
   NaturalLess less;
   auto s = soaked.begin();
   auto f = fresh.begin();
   auto add = [&](std::string const& line, std::optional<std::string> got, std::optional<std::string> want) {
-    LeftBehind const* e = want ? nullptr : excusedBy(line);
+    LeftBehind const* e = excusedBy(line, !want, conflicted);
     if (e) {
       ++outcome.excused[e->pattern];
+      for (std::string const& vni : conflicted) {
+        if (line.find("[" + vni) != std::string::npos) outcome.conflictsShowing.insert(vni);
+      }
       return;
     }
     outcome.differences.push_back(Difference{sw, line, std::move(got), std::move(want)});
@@ -186,9 +230,10 @@ CheckOutcome soakCheck(Pair& pair, InputState const& inputs, FreshFault const& f
     fresh[1] = flattenSwitch(other.b);
   }
   pair.resumeTime();
+  std::set<std::string> const conflicted = inputs.conflictedVnis();
   for (std::size_t i = 0; i < 2; ++i) {
     if (fault) fault(i, fresh[i]);
-    differ(i, soaked[i], fresh[i], outcome);
+    differ(i, soaked[i], fresh[i], conflicted, outcome);
   }
   for (Disagreement& d : agreementCheck(pair)) {
     if (d.configuration) {
@@ -511,6 +556,7 @@ SoakResult runSoak(SoakOptions const& options, std::ostream& out) {
       for (auto const& [pattern, n] : o.excused) excused[pattern] += n;
       configChecks += o.configDisagreements > 0;
       if (!o.failed()) {
+        inputs.conflictsSettled(o.conflictsShowing);
         checked = inputs;
         since.clear();
         return true;
@@ -519,7 +565,7 @@ SoakResult runSoak(SoakOptions const& options, std::ostream& out) {
                          describe(o));
       // The steps from the last good check, led by its inputs written at once; shrunk when
       // that still fails as this did.
-      std::vector<Step> steps = checked.freshSteps();
+      std::vector<Step> steps = checked.freshSteps(true);
       steps.insert(steps.end(), since.begin(), since.end());
       steps.pop_back();  // the settle: a replay ends with one of its own
       std::set<std::string> const lines = failingLines(o);

@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 #include <ostream>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,9 +33,19 @@ inline constexpr double soakSettleTime = 30.0;
 class InputState {
  public:
   void apply(Step const& step);
-  // The steps that write these inputs, all at once, into a pair that has seen nothing else, and
-  // let it settle.
-  std::vector<Step> freshSteps() const;
+  // The steps that write these inputs into a pair that has seen nothing else, and let it
+  // settle: all in one step, or (`oneByOne`, for shrinking) one write a step, the roles first.
+  std::vector<Step> freshSteps(bool oneByOne = false) const;
+  // The VNIs that a VTI of either switch has mapped to more than one VLAN at once since they
+  // last showed no trace of it: which VLAN is published, if any, depends on the order the
+  // mappings came and went in.
+  std::set<std::string> const& conflictedVnis() const noexcept { return conflicted_; }
+  // Forgets the conflicts that have ended, except of the VNIs in `showing`: the VNIs that a
+  // check found still bearing their marks.
+  void conflictsSettled(std::set<std::string> const& showing) {
+    std::erase_if(conflicted_, [&](auto const& v) { return !showing.count(v); });
+    noteConflicts();
+  }
 
  private:
   // path: value (as YAML text), in order. Text rather than nodes: assigning one node to another
@@ -49,8 +60,11 @@ class InputState {
     std::map<std::string, Vti> vtis;
     Writes sets;
   };
+  void noteConflicts();
+
   std::array<Inputs, 2> inputs_;
   double delay_ = 0.0;
+  std::set<std::string> conflicted_;
 };
 
 // A line of one switch's dump where the soaked pair and a fresh one differ (nullopt: absent).
@@ -72,6 +86,7 @@ struct CheckOutcome {
   std::vector<Disagreement> disagreements;  // the configurations' disagreements left out
   std::size_t configDisagreements = 0;
   std::map<std::string, std::size_t> excused;
+  std::set<std::string> conflictsShowing;  // conflicted VNIs that excused lines name
   bool failed() const noexcept { return !settled || !differences.empty() || !disagreements.empty(); }
 };
 CheckOutcome soakCheck(Pair& pair, InputState const& inputs, FreshFault const& fault = {});
