@@ -27,6 +27,12 @@ inline constexpr LeftBehind leftBehindTable[] = {
     {R"((sent|local|recv)VxStatus\.vtepTypeAddr6?\[\w+\])",
      "A VTI that leaves the directory withdraws none of the VTEP addresses it published: the role's cleanup "
      "empties the sent ones, and the peer's view follows them."},
+    {R"((sent|recv)VxStatus\.arpStatus(WithVlan)?\[[^\]]+\]\..+)",
+     "A primary that leaves its role leaves its published ARP tables as they stand while their VRF is still "
+     "configured: only the VRF's removal withdraws them, and the peer goes on receiving them."},
+    {R"(localVxStatus\.arpStatusWithVlan\[[^\]]+\]\..+)",
+     "The ARP entries taken from the peer follow what it published, and so keep what a peer that left its "
+     "role left published."},
     {R"((sent|local|recv)VxStatus\.(vniToDynVlanMap\[{vni}\]|vniVtiToDynVlanMap\[{vni}/\w+\]))",
      "One VNI on two VLANs of a VTI is a configuration at odds with itself: the VLAN published for it is the "
      "one mapped last, and when that mapping goes the VNI is withdrawn, not handed back to the VLAN that "
