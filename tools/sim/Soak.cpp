@@ -135,7 +135,8 @@ std::vector<Step> InputState::freshSteps(bool oneByOne) const {
           body["vlanToVni"][vlan] = YAML::Load(vni);
         }
       }
-      if (!oneByOne || body.size() == 0) part("vti", name, body);
+      // A VTI with nothing written to it still has its status made.
+      if (!oneByOne || (vti.attributes.empty() && vti.vlanToVni.empty())) part("vti", name, body);
     }
     for (auto const& [path, value] : in.sets) part("set", path, YAML::Load(value));
     if (!oneByOne && all.size() > 0) parts[i].push_back(all);
