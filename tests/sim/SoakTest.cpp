@@ -87,17 +87,17 @@ Sim::Step stepOf(std::string const& yaml) {
 // for what was overwritten.
 TEST(InputState, KeepsOnlyWhereTheInputsEnded) {
   Sim::InputState in;
-  for (char const* s : {
-           "A: {role: primary, vti: {Vxlan1: {localVtepAddr: 10.0.0.1, vlanToVni: {10: 10010, 20: 10020}}}}",
-           "A: {vti: {Vxlan1: {vlanToVni: {10: ~}}}}",
-           "A: {vti: {Vxlan2: {localVtepAddr: 10.0.0.9}}}",
-           "A: {vti: {Vxlan2: ~}}",
-           "B: {set: {arpInputConfig.source: dynamic, "
-           "\"sdeInput.vlanFloodSet[10].floodSet[00:00:00:00:00:00].floodSetType\": any}}",
-           "B: {set: {arpInputConfig.source: static}}",
-           "B: {delete: \"sdeInput.vlanFloodSet[10]\"}",
-           "delay: 0.5",
-       }) {
+  for (
+      char const* s : {
+          "A: {role: primary, vti: {Vxlan1: {localVtepAddr: 10.0.0.1, vlanToVni: {10: 10010, 20: 10020}}}}",
+          "A: {vti: {Vxlan1: {vlanToVni: {10: ~}}}}",
+          "A: {vti: {Vxlan2: {localVtepAddr: 10.0.0.9}}}",
+          "A: {vti: {Vxlan2: ~}}",
+          R"(B: {set: {arpInputConfig.source: dynamic, "sdeInput.vlanFloodSet[10].floodSet[00:00:00:00:00:00].floodSetType": any}})",
+          "B: {set: {arpInputConfig.source: static}}",
+          "B: {delete: \"sdeInput.vlanFloodSet[10]\"}",
+          "delay: 0.5",
+      }) {
     in.apply(stepOf(s));
   }
   std::vector<Sim::Step> const all = in.freshSteps();

@@ -4,16 +4,21 @@
 // else: a line that the two hold with different values is never excused.
 #pragma once
 
+#include <iterator>
+#include <map>
 #include <regex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Sim {
 
 struct LeftBehind {
-  // Over a dump line's name (the entity first), whole. "{vni}" stands for any VNI that the
-  // inputs have mapped to more than one VLAN of a VTI at once; such an entry applies only then.
+  // Over a dump line's name (the entity first), whole. A name in braces stands for any of the
+  // values the inputs give it (Placeholders); such an entry applies only while there is one.
+  // "{vni}": a VNI that has been mapped to more than one VLAN of a VTI at once; "{arpKey}": an
+  // active ARP key that both switches hold.
   char const* pattern;
   char const* why;
   // Also excuses a line that the fresh pair holds with another value, or that only it holds.
@@ -39,29 +44,58 @@ inline constexpr LeftBehind leftBehindTable[] = {
      "still names it, until that VLAN's own mapping changes. So a pair that saw the mappings come and go "
      "can publish another VLAN, or none, than a pair given only where they ended.",
      true},
+    {R"((sent|recv|peer)ActiveArp\.(remoteIp|localIp|localIpMac)\[{arpKey}\])",
+     "An active ARP entry that both switches hold is published by the one that published it first: the other "
+     "leaves out what it already receives. Which one that is follows the order the roles came in.",
+     true},
+    {R"((sent|recv|peer)ActiveArp\.l2LearningCapable)",
+     "Ending the active ARP exchange empties its tables but leaves the capability it last published.", true},
 };
 
+// The values of the names in braces in the table's patterns, as the inputs give them.
+using Placeholders = std::map<std::string, std::set<std::string>>;
+
+inline constexpr char const* placeholderNames[] = {"{vni}", "{arpKey}"};
+
 // The entry that excuses a difference in `line` (`leftBehind`: the soaked pair holds it, a fresh
-// one does not), given the VNIs that the inputs map to more than one VLAN; nullptr if none does.
-inline LeftBehind const* excusedBy(std::string const& line, bool leftBehind, std::set<std::string> const& vnis = {}) {
-  static std::vector<std::regex> const fixed = [] {
+// one does not); nullptr if none does.
+inline LeftBehind const* excusedBy(std::string const& line, bool leftBehind, Placeholders const& values = {}) {
+  auto placeholderOf = [](std::string const& pattern) -> char const* {
+    for (char const* name : placeholderNames) {
+      if (pattern.find(name) != std::string::npos) return name;
+    }
+    return nullptr;
+  };
+  // The patterns without a placeholder, compiled once.
+  static std::vector<std::regex> const fixed = [&] {
     std::vector<std::regex> out;
-    for (LeftBehind const& e : leftBehindTable)
-      out.emplace_back(std::string(e.pattern).find("{vni}") == std::string::npos ? e.pattern : "$^");
+    for (LeftBehind const& e : leftBehindTable) out.emplace_back(placeholderOf(e.pattern) ? "$^" : e.pattern);
     return out;
   }();
-  for (std::size_t i = 0; i < fixed.size(); ++i) {
+  auto escaped = [](std::string const& v) {
+    std::string out;
+    for (char c : v) {
+      if (std::string_view(R"(\^$.|?*+()[]{}/)").find(c) != std::string_view::npos) out += '\\';
+      out += c;
+    }
+    return out;
+  };
+  for (std::size_t i = 0; i < std::size(leftBehindTable); ++i) {
     LeftBehind const& e = leftBehindTable[i];
     if (!leftBehind && !e.anyDifference) continue;
     std::string const pattern = e.pattern;
-    std::size_t const at = pattern.find("{vni}");
-    if (at == std::string::npos) {
+    char const* name = placeholderOf(pattern);
+    if (!name) {
       if (std::regex_match(line, fixed[i])) return &e;
       continue;
     }
-    for (std::string const& vni : vnis) {
+    auto it = values.find(name);
+    if (it == values.end()) continue;
+    for (std::string const& v : it->second) {
       std::string p = pattern;
-      for (std::size_t k = p.find("{vni}"); k != std::string::npos; k = p.find("{vni}")) p.replace(k, 5, vni);
+      for (std::size_t k = p.find(name); k != std::string::npos; k = p.find(name)) {
+        p.replace(k, std::string_view(name).size(), escaped(v));
+      }
       if (std::regex_match(line, std::regex(p))) return &e;
     }
   }

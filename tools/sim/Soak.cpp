@@ -160,7 +160,30 @@ std::vector<Step> InputState::freshSteps(bool oneByOne) const {
   steps.back()["advance"] = fmt::format("{}", soakSettleTime);
   std::vector<Step> out;
   double time = 0;
+  out.reserve(steps.size());
   for (YAML::Node const& n : steps) out.push_back(parseStep(n, time));
+  return out;
+}
+
+std::set<std::string> InputState::sharedActiveArpKeys() const {
+  // The keys of corestateActiveArp's collections that a switch writes.
+  auto keys = [](Inputs const& in) {
+    std::set<std::string> out;
+    for (auto const& [path, value] : in.sets) {
+      for (char const* coll :
+           {"corestateActiveArp.remoteIp[", "corestateActiveArp.localIp[", "corestateActiveArp.localIpMac["}) {
+        if (startsWith(path, coll) && path.back() == ']') {
+          out.insert(path.substr(std::string_view(coll).size(), path.size() - std::string_view(coll).size() - 1));
+        }
+      }
+    }
+    return out;
+  };
+  std::set<std::string> const a = keys(inputs_[0]);
+  std::set<std::string> out;
+  for (std::string const& k : keys(inputs_[1])) {
+    if (a.count(k)) out.insert(k);
+  }
   return out;
 }
 
@@ -190,7 +213,7 @@ std::set<std::string, std::less<>> reportedNames(Switch const& s) {
 }
 
 // The differences between a soaked switch's dump and a fresh one's, less the excused ones.
-void differ(std::size_t sw, Flat const& soaked, Flat const& fresh, std::set<std::string> const& conflicted,
+void differ(std::size_t sw, Flat const& soaked, Flat const& fresh, Placeholders const& values,
             std::set<std::string, std::less<>> const& reported, CheckOutcome& outcome) {
   NaturalLess less;
   auto s = soaked.begin();
@@ -199,10 +222,10 @@ void differ(std::size_t sw, Flat const& soaked, Flat const& fresh, std::set<std:
     // Outputs only: an input entity holds what the steps wrote, members they made on the way
     // included, and no library code of its own.
     if (!reported.count(std::string_view(line).substr(0, line.find('.')))) return;
-    LeftBehind const* e = excusedBy(line, !want, conflicted);
+    LeftBehind const* e = excusedBy(line, !want, values);
     if (e) {
       ++outcome.excused[e->pattern];
-      for (std::string const& vni : conflicted) {
+      for (std::string const& vni : values.at("{vni}")) {
         if (line.find("[" + vni) != std::string::npos) outcome.conflictsShowing.insert(vni);
       }
       return;
@@ -249,11 +272,11 @@ CheckOutcome soakCheck(Pair& pair, InputState const& inputs, FreshFault const& f
     fresh[1] = flattenSwitch(other.b);
   }
   pair.resumeTime();
-  std::set<std::string> const conflicted = inputs.conflictedVnis();
+  Placeholders const values{{"{vni}", inputs.conflictedVnis()}, {"{arpKey}", inputs.sharedActiveArpKeys()}};
   auto const reported = reportedNames(pair.a);
   for (std::size_t i = 0; i < 2; ++i) {
     if (fault) fault(i, fresh[i]);
-    differ(i, soaked[i], fresh[i], conflicted, reported, outcome);
+    differ(i, soaked[i], fresh[i], values, reported, outcome);
   }
   for (Disagreement& d : agreementCheck(pair)) {
     if (d.configuration) {

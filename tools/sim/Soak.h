@@ -19,6 +19,7 @@
 
 #include "Agreement.h"
 #include "Dump.h"
+#include "LeftBehind.h"
 #include "Pair.h"
 #include "Scenario.h"
 
@@ -40,6 +41,8 @@ class InputState {
   // last showed no trace of it: which VLAN is published, if any, depends on the order the
   // mappings came and went in.
   std::set<std::string> const& conflictedVnis() const noexcept { return conflicted_; }
+  // The active ARP keys that both switches write into their central store.
+  std::set<std::string> sharedActiveArpKeys() const;
   // Forgets the conflicts that have ended, except of the VNIs in `showing`: the VNIs that a
   // check found still bearing their marks.
   void conflictsSettled(std::set<std::string> const& showing) {
@@ -92,20 +95,29 @@ struct CheckOutcome {
 CheckOutcome soakCheck(Pair& pair, InputState const& inputs, FreshFault const& fault = {});
 
 // The fewest items that `fails` still holds for: drops chunks, halving their size down to single
-// items, keeping each drop that still fails. `fails(items)` must hold to begin with.
+// items, keeping each drop that still fails, then single items again until none can go.
+// `fails(items)` must hold to begin with.
 template <class T, class Fails>
 std::vector<T> shrink(std::vector<T> items, Fails&& fails) {
-  for (std::size_t chunk = items.size() / 2; chunk >= 1; chunk /= 2) {
+  // One pass of drops of `chunk` items; whether any was kept.
+  auto pass = [&](std::size_t chunk) {
+    bool dropped = false;
     for (std::size_t i = 0; i < items.size() && items.size() > 1;) {
       std::vector<T> candidate(items.begin(), items.begin() + static_cast<std::ptrdiff_t>(i));
       candidate.insert(candidate.end(), items.begin() + static_cast<std::ptrdiff_t>(std::min(i + chunk, items.size())),
                        items.end());
       if (fails(std::as_const(candidate))) {
         items = std::move(candidate);
+        dropped = true;
       } else {
         i += chunk;
       }
     }
+    return dropped;
+  };
+  for (std::size_t chunk = items.size() / 2; chunk > 1; chunk /= 2) pass(chunk);
+  // Single items until none can go: a drop can make an earlier item droppable.
+  while (pass(1)) {
   }
   return items;
 }
