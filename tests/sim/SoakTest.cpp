@@ -113,7 +113,12 @@ TEST(InputState, KeepsOnlyWhereTheInputsEnded) {
   EXPECT_TRUE(in.conflictedVnis().empty());
   in.apply(stepOf("B: {vti: {Vxlan1: {vlanToVni: {30: 10030, 40: {vni: 10030, source: evpn}}}}}"));
   in.apply(stepOf("B: {vti: {Vxlan1: {vlanToVni: {40: ~}}}}"));
-  EXPECT_EQ(in.conflictedVnis(), std::set<std::string>{"10030"}) << "a conflict stays until a check clears it";
+  EXPECT_EQ(in.conflictedVnis(), std::set<std::string>{"10030"}) << "a conflict stays after it ends";
+  in.conflictsSettled({});
+  EXPECT_EQ(in.conflictedVnis(), std::set<std::string>{"10030"}) << "while the VNI is mapped";
+  in.apply(stepOf("B: {vti: {Vxlan1: {vlanToVni: {30: ~}}}}"));
+  in.conflictsSettled({"10030"});
+  EXPECT_EQ(in.conflictedVnis(), std::set<std::string>{"10030"}) << "while a check finds its trace";
   in.conflictsSettled({});
   EXPECT_TRUE(in.conflictedVnis().empty());
 }

@@ -37,18 +37,16 @@ class InputState {
   // The steps that write these inputs into a pair that has seen nothing else, and let it
   // settle: all in one step, or (`oneByOne`, for shrinking) one write a step, the roles first.
   std::vector<Step> freshSteps(bool oneByOne = false) const;
-  // The VNIs that a VTI of either switch has mapped to more than one VLAN at once since they
-  // last showed no trace of it: which VLAN is published, if any, depends on the order the
+  // The VNIs that a VTI of either switch has mapped to more than one VLAN at once, since they
+  // were last unmapped everywhere with no trace left: which VLAN is published, if any, depends on the order the
   // mappings came and went in.
   std::set<std::string> const& conflictedVnis() const noexcept { return conflicted_; }
   // The active ARP keys that both switches write into their central store.
   std::set<std::string> sharedActiveArpKeys() const;
-  // Forgets the conflicts that have ended, except of the VNIs in `showing`: the VNIs that a
-  // check found still bearing their marks.
-  void conflictsSettled(std::set<std::string> const& showing) {
-    std::erase_if(conflicted_, [&](auto const& v) { return !showing.count(v); });
-    noteConflicts();
-  }
+  // Forgets the conflicts of the VNIs that no VTI maps any more, except those in `showing`: the
+  // VNIs that a check found still bearing their marks. A VNI still mapped may hold a trace of
+  // its conflict that only a later event brings out.
+  void conflictsSettled(std::set<std::string> const& showing);
 
  private:
   // path: value (as YAML text), in order. Text rather than nodes: assigning one node to another
