@@ -114,13 +114,6 @@ TEST(InputState, KeepsOnlyWhereTheInputsEnded) {
   in.apply(stepOf("B: {vti: {Vxlan1: {vlanToVni: {30: 10030, 40: {vni: 10030, source: evpn}}}}}"));
   in.apply(stepOf("B: {vti: {Vxlan1: {vlanToVni: {40: ~}}}}"));
   EXPECT_EQ(in.conflictedVnis(), std::set<std::string>{"10030"}) << "a conflict stays after it ends";
-  in.conflictsSettled({});
-  EXPECT_EQ(in.conflictedVnis(), std::set<std::string>{"10030"}) << "while the VNI is mapped";
-  in.apply(stepOf("B: {vti: {Vxlan1: {vlanToVni: {30: ~}}}}"));
-  in.conflictsSettled({"10030"});
-  EXPECT_EQ(in.conflictedVnis(), std::set<std::string>{"10030"}) << "while a check finds its trace";
-  in.conflictsSettled({});
-  EXPECT_TRUE(in.conflictedVnis().empty());
 }
 
 TEST(Agreement, ConfigurationsAndExchangesThatDiffer) {

@@ -37,16 +37,12 @@ class InputState {
   // The steps that write these inputs into a pair that has seen nothing else, and let it
   // settle: all in one step, or (`oneByOne`, for shrinking) one write a step, the roles first.
   std::vector<Step> freshSteps(bool oneByOne = false) const;
-  // The VNIs that a VTI of either switch has mapped to more than one VLAN at once, since they
-  // were last unmapped everywhere with no trace left: which VLAN is published, if any, depends on the order the
-  // mappings came and went in.
+  // The VNIs that a VTI of either switch has mapped to more than one VLAN at once, ever: which
+  // VLAN is published, if any, depends on the order the mappings came and went in, and the
+  // library keeps traces of it (stale VLANs in its shadow) that a much later event can bring out.
   std::set<std::string> const& conflictedVnis() const noexcept { return conflicted_; }
   // The active ARP keys that both switches write into their central store.
   std::set<std::string> sharedActiveArpKeys() const;
-  // Forgets the conflicts of the VNIs that no VTI maps any more, except those in `showing`: the
-  // VNIs that a check found still bearing their marks. A VNI still mapped may hold a trace of
-  // its conflict that only a later event brings out.
-  void conflictsSettled(std::set<std::string> const& showing);
 
  private:
   // path: value (as YAML text), in order. Text rather than nodes: assigning one node to another
@@ -87,7 +83,6 @@ struct CheckOutcome {
   std::vector<Disagreement> disagreements;  // the configurations' disagreements left out
   std::size_t configDisagreements = 0;
   std::map<std::string, std::size_t> excused;
-  std::set<std::string> conflictsShowing;  // conflicted VNIs that excused lines name
   bool failed() const noexcept { return !settled || !differences.empty() || !disagreements.empty(); }
 };
 CheckOutcome soakCheck(Pair& pair, InputState const& inputs, FreshFault const& fault = {});
