@@ -110,6 +110,8 @@ class ManualLoop {
   ManualLoop& operator=(ManualLoop const&) = delete;
 
   Brix::Duration now() const { return time_.now(); }
+  // Takes the process's time back after another loop, made and gone meanwhile, had it.
+  void resume() { System::timeSourceIs(&time_); }
   std::size_t runOnce() { return ActivityFacility::clock().runDue(); }
 
   // Runs every timer due up to `t` at its own time, then leaves the time at `t`.

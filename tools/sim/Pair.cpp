@@ -37,6 +37,10 @@ void Pair::linkUpIs(bool up) {
   }
 }
 
+Brix::Duration Pair::nextDue() const {
+  return std::min({aToB_.nextDue(), bToA_.nextDue(), Vok::ActivityFacility::clock().nextTime()});
+}
+
 void Pair::settle() { advanceTo(loop_.now()); }
 
 void Pair::carryAll() {

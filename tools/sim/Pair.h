@@ -53,6 +53,11 @@ class Pair {
   // Delivers and fires until nothing more is due at the present time.
   void settle();
   Brix::Duration now() const { return loop_.now(); }
+  // When the next delivery or timer is due; Brix::never when nothing is.
+  Brix::Duration nextDue() const;
+  // Virtual time is the process's: a second pair made and gone (the soak's fresh one) leaves
+  // this one to take it back.
+  void resumeTime() { loop_.resume(); }
 
  private:
   void carryAll();

@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "Agreement.h"
 #include "TraceSink.h"
 #include "entities/EntityJson.h"
 
@@ -314,6 +315,10 @@ void LocalDriver::inputsRun(std::size_t s, Scenario const& sc, std::size_t i, st
   switchInputsRun(sw(s), s, sc, i, refusals);
 }
 
+std::vector<Disagreement> LocalDriver::agreement() {
+  return agreementCheck(agreementSide(pair_.a, flat(0)), agreementSide(pair_.b, flat(1)), pair_.linkUp());
+}
+
 bool LocalDriver::inPair(std::size_t s) { return sw(s).container()->primarySm() || sw(s).container()->secondarySm(); }
 
 Runner::Runner(Pair& pair, Scenario const& sc, std::ostream& out, RunOptions const& options)
@@ -433,6 +438,7 @@ void Runner::stepRun(std::size_t i) {
 RunResult Runner::run() {
   for (std::size_t i = result_.steps; i < sc_.steps.size(); ++i) stepRun(i);
   if (options_.progress && sc_.steps.size() >= options_.progressFrom) *options_.progress << '\n';
+  if (!options_.quiet) printAgreement(out_, driver_.agreement());
   out_ << fmt::format("\n{} steps run, {} expectations met, {} not met", result_.steps, result_.met, result_.failed);
   if (result_.refused > 0) out_ << fmt::format(", {} inputs refused by the library", result_.refused);
   out_ << '\n';

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Agreement.h"
 #include "Dump.h"
 #include "Pair.h"
 #include "Scenario.h"
@@ -63,6 +64,8 @@ class PairDriver {
   // Brings switch `s`'s dump up to date and gives the lines that changed since the last take.
   virtual std::vector<Change> take(std::size_t s) = 0;
   virtual Flat const& flat(std::size_t s) const = 0;
+  // Where the two switches disagree, as of the last take.
+  virtual std::vector<Disagreement> agreement() = 0;
 };
 
 // Drives a pair of this process; tracking starts when made.
@@ -78,6 +81,7 @@ class LocalDriver final : public PairDriver {
   bool inPair(std::size_t s) override;
   std::vector<Change> take(std::size_t s) override { return trackers_[s]->take(); }
   Flat const& flat(std::size_t s) const override { return trackers_[s]->flat(); }
+  std::vector<Disagreement> agreement() override;
 
  private:
   Switch& sw(std::size_t s) const noexcept { return s == 0 ? pair_.a : pair_.b; }

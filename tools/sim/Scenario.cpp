@@ -221,6 +221,8 @@ void parseExpect(YAML::Node const& key, YAML::Node const& n, std::vector<Expecta
   }
 }
 
+}  // namespace
+
 Step parseStep(YAML::Node const& n, double& time) {
   if (!n.IsMap()) failAt(n, "a step is a map (note, at, link, delay, A, B, advance, expect)");
   checkKeys(n, {"note", "at", "link", "delay", "toggles", "A", "B", "advance", "expect"}, "a step");
@@ -264,7 +266,9 @@ Step parseStep(YAML::Node const& n, double& time) {
   }
   for (auto const& kv : n) {
     if (kv.first.Scalar() == "A" || kv.first.Scalar() == "B") {
-      parseInputs(kv.first, kv.second, s.inputs[switchIndex(kv.first)], summary);
+      std::size_t const who = switchIndex(kv.first);
+      parseInputs(kv.first, kv.second, s.inputs[who], summary);
+      s.inputsText[who] = YAML::Dump(kv.second);
     }
   }
   if (auto advance = n["advance"]) {
@@ -273,14 +277,15 @@ Step parseStep(YAML::Node const& n, double& time) {
     add("advance " + advance.Scalar() + " s");
   }
   for (auto const& kv : n) {
-    if (kv.first.Scalar() == "expect") parseExpect(kv.first, kv.second, s.expect);
+    if (kv.first.Scalar() == "expect") {
+      parseExpect(kv.first, kv.second, s.expect);
+      s.expectText = YAML::Dump(kv.second);
+    }
   }
   if (!s.at && summary.empty() && s.expect.empty()) failAt(n, "a step that does nothing");
   s.summary = summary;
   return s;
 }
-
-}  // namespace
 
 Scenario parseScenario(std::string_view text, std::string const& file) {
   Scenario sc;

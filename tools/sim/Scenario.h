@@ -90,6 +90,11 @@ struct Step {
   std::array<std::vector<SwitchOp>, 2> inputs;  // A's, B's
   std::optional<double> advance;
   std::vector<Expectation> expect;
+  // The inputs and expectations as written (YAML, empty when none), kept so that the step can be
+  // written back out: an operation, once compiled, no longer says what it does. Text rather than
+  // nodes: assigning one node to another writes through to every copy of it.
+  std::array<std::string, 2> inputsText;
+  std::string expectText;
 };
 
 struct Scenario {
@@ -103,6 +108,13 @@ struct Scenario {
 // Raises ScenarioError, naming `file`, for anything malformed.
 Scenario parseScenario(std::string_view text, std::string const& file);
 Scenario loadScenario(std::string const& path);
+
+// One step from its YAML map. `time` is the virtual time the scenario has reached before it (an
+// `at` must not lie before it), moved on by the step's `at` and `advance`.
+Step parseStep(YAML::Node const& n, double& time);
+
+// The scenario as YAML that parseScenario reads back into the same steps.
+std::string writeScenario(Scenario const& scenario);
 
 // The scenario run when none is given (examples/pair.yaml, built in).
 std::string_view builtinScenarioText();

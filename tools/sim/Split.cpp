@@ -20,20 +20,22 @@ using MlagVxlan::Transport::Bytes;
 using MlagVxlan::Transport::ByteSpan;
 
 enum Msg : std::uint8_t {
-  peer = 1,         // A <-> B: due time, frames of the peer link
-  round = 2,        // A -> B: deliver and fire what is due now
-  roundDone = 3,    // B -> A: how much moved, when B has something due next
-  time = 4,         // A -> B: virtual time moves to this
-  link = 5,         // A -> B: the peer link cut or restored
-  delay = 6,        // A -> B: the link's new delay
-  inputs = 7,       // A -> B: apply your inputs of this step
-  refusals = 8,     // B -> A: what the library refused of them
-  toggle = 9,       // A -> B: the process toggle, or none
-  take = 10,        // A -> B: your dump's changes
-  changes = 11,     // B -> A: the changes
-  quit = 12,        // A -> B: the run is over
-  inPairAsk = 13,   // A -> B: do you run a role?
-  inPairSaid = 14,  // B -> A: the answer
+  peer = 1,           // A <-> B: due time, frames of the peer link
+  round = 2,          // A -> B: deliver and fire what is due now
+  roundDone = 3,      // B -> A: how much moved, when B has something due next
+  time = 4,           // A -> B: virtual time moves to this
+  link = 5,           // A -> B: the peer link cut or restored
+  delay = 6,          // A -> B: the link's new delay
+  inputs = 7,         // A -> B: apply your inputs of this step
+  refusals = 8,       // B -> A: what the library refused of them
+  toggle = 9,         // A -> B: the process toggle, or none
+  take = 10,          // A -> B: your dump's changes
+  changes = 11,       // B -> A: the changes
+  quit = 12,          // A -> B: the run is over
+  inPairAsk = 13,     // A -> B: do you run a role?
+  inPairSaid = 14,    // B -> A: the answer
+  vniVlansAsk = 15,   // A -> B: your VNIs' VLANs, as your VTIs map them
+  vniVlansSaid = 16,  // B -> A: pairs of VNI and VLAN
 };
 
 class Out {
@@ -187,6 +189,19 @@ int childRun(std::uint16_t port, Scenario const& sc) {
       case inPairAsk: {
         bool inPair = b.container()->primarySm() || b.container()->secondarySm();
         control.send(inPairSaid, Out().u8(inPair ? 1 : 0).body());
+        break;
+      }
+      case vniVlansAsk: {
+        Flat none;
+        AgreementSide side = agreementSide(b, none);
+        Out o;
+        std::uint64_t n = 0;
+        for (auto const& [vni, vlans] : side.vniVlans) n += vlans.size();
+        o.u64(n);
+        for (auto const& [vni, vlans] : side.vniVlans) {
+          for (auto vlan : vlans) o.u64(vni).u64(vlan);
+        }
+        control.send(vniVlansSaid, o.body());
         break;
       }
       case quit:
@@ -394,5 +409,19 @@ std::vector<Change> SplitDriver::takeFromB(bool whole) {
 }
 
 Flat const& SplitDriver::flat(std::size_t s) const { return s == 0 ? tracker_->flat() : flatB_; }
+
+std::vector<Disagreement> SplitDriver::agreement() {
+  AgreementSide b{
+      names_[1], &flatB_, {}, flatB_.count("container.primarySm") > 0, flatB_.count("container.secondarySm") > 0};
+  control_->send(vniVlansAsk, {});
+  Bytes body;
+  if (awaitReply(body) != vniVlansSaid) throw std::runtime_error("switch B's process did not give its VNIs");
+  In in(body);
+  for (std::uint64_t n = in.u64(); n > 0; --n) {
+    auto vni = static_cast<std::uint32_t>(in.u64());
+    b.vniVlans[vni].insert(static_cast<std::uint32_t>(in.u64()));
+  }
+  return agreementCheck(agreementSide(*a_, tracker_->flat()), b, up_);
+}
 
 }  // namespace Sim

@@ -53,6 +53,7 @@ class SplitDriver final : public PairDriver {
   void vlanConfigToggleIs(std::optional<bool> on) override;
   std::vector<Change> take(std::size_t s) override;
   Flat const& flat(std::size_t s) const override;
+  std::vector<Disagreement> agreement() override;
 
  private:
   void carry();

@@ -21,6 +21,7 @@
 #include "Pair.h"
 #include "Run.h"
 #include "Scenario.h"
+#include "Soak.h"
 #include "Split.h"
 #include "TraceSink.h"
 #include "Vxlan/Trace.h"
@@ -70,6 +71,10 @@ int main(int argc, char** argv) {
   bool quiet = false;
   bool showBuiltin = false;
   bool split = false;
+  std::size_t soakEvents = 0;
+  std::uint64_t seed = 1;
+  std::string soakOut;
+  Sim::SoakMix mix = Sim::SoakMix::all;
   app.add_option("scenario", scenarioPath, "A scenario file (YAML); see examples/README.md");
   app.add_option("--json", jsonPath, "Write the whole final state of both switches to this file, as JSON");
   app.add_option("--trace-dir", traceDir,
@@ -80,6 +85,22 @@ int main(int argc, char** argv) {
   app.add_flag("--split", split,
                "Run switch B in a process of its own, the peer link over loopback TCP; the report is the same")
       ->excludes("--json");
+  auto* soak = app.add_option("--soak", soakEvents,
+                              "Drive a pair with this many random events instead of a scenario, checking it "
+                              "against a fresh pair and for agreement between its sides as it goes")
+                   ->check(CLI::PositiveNumber);
+  app.add_option("--seed", seed, "The soak's random seed (default 1)")->needs(soak);
+  app.add_option("--soak-out", soakOut, "Where the soak writes a failing scenario (default soak-failure-SEED.yaml)")
+      ->needs(soak);
+  app.add_option("--soak-mix", mix,
+                 "The soak's events: all (every input), flaps (the link) or swaps (the roles); default all")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, Sim::SoakMix>{
+              {"all", Sim::SoakMix::all}, {"flaps", Sim::SoakMix::flaps}, {"swaps", Sim::SoakMix::swaps}},
+          CLI::ignore_case))
+      ->needs(soak);
+  soak->excludes(app.get_option("scenario"));
+  soak->excludes(app.get_option("--split"));
   if (auto exitCode = Sim::commandLineParse(app, argc, argv)) return *exitCode;
 
   if (showBuiltin) {
@@ -102,6 +123,21 @@ int main(int argc, char** argv) {
   if (!jsonPath.empty()) {
     json = std::make_unique<std::ofstream>(jsonPath, std::ios::trunc);
     if (!*json) return fail("--json: cannot write '" + jsonPath + "': " + std::strerror(errno));
+  }
+
+  if (soakEvents > 0) {
+    std::optional<TempRingDir> soakDir;
+    if (traceDir.empty()) soakDir.emplace();
+    if (soakDir && soakDir->path().empty()) {
+      return fail(std::string("cannot make a temporary directory: ") + std::strerror(errno));
+    }
+    ::setenv("RINGLOGDIR", traceDir.empty() ? soakDir->path().c_str() : traceDir.c_str(), 1);
+    Sim::SoakOptions options;
+    options.events = soakEvents;
+    options.seed = seed;
+    options.mix = mix;
+    options.outPath = soakOut;
+    return Sim::runSoak(options, std::cout).failed ? exitUnmet : 0;
   }
 
   Sim::Scenario scenario;
