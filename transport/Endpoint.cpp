@@ -25,10 +25,7 @@ void Endpoint::changeOut(ByteSpan change) {
     writer_.open(FrameKind::changes);
     outputWritten();
   }
-  Bytes& body = writer_.body();
-  auto n = static_cast<std::uint32_t>(change.size());
-  for (int i = 0; i < 4; ++i) body.push_back(static_cast<std::byte>((n >> (8 * i)) & 0xff));
-  body.insert(body.end(), change.begin(), change.end());
+  Wire::Writer(writer_.body()).blob(change);
 }
 
 void Endpoint::seal() { writer_.close(); }
@@ -94,14 +91,9 @@ void Endpoint::frameIn(FrameReader::Frame const& frame) {
       }
       return;
     case FrameKind::changes: {
-      ByteSpan rest = frame.body;
-      while (!rest.empty()) {
-        if (rest.size() < 4) throw ProtocolError("a change cut short in its length");
-        std::uint32_t n = 0;
-        for (int i = 0; i < 4; ++i) n |= static_cast<std::uint32_t>(rest[static_cast<std::size_t>(i)]) << (8 * i);
-        if (rest.size() - 4 < n) throw ProtocolError("a change of " + std::to_string(n) + " bytes cut short");
-        ByteSpan change = rest.subspan(4, n);
-        rest = rest.subspan(4 + std::size_t{n});
+      Wire::Reader in(frame.body);
+      while (in.left() > 0) {
+        ByteSpan change = in.blob();
         std::uint8_t channel = Wire::channelOf(change);
         if (channel >= incoming_.size() || !incoming_[channel]) {
           throw ProtocolError("a change on unknown channel " + std::to_string(channel));

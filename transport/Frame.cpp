@@ -1,30 +1,17 @@
 #include "Frame.h"
 
-#include <cstring>
+#include "Wire/Codec.h"
 
 namespace MlagVxlan::Transport {
-
-namespace {
-
-void putLe(Bytes& out, std::uint64_t v, std::size_t n) {
-  for (std::size_t i = 0; i < n; ++i) out.push_back(static_cast<std::byte>((v >> (8 * i)) & 0xff));
-}
-
-std::uint64_t getLe(ByteSpan in, std::size_t at, std::size_t n) {
-  std::uint64_t v = 0;
-  for (std::size_t i = 0; i < n; ++i) v |= static_cast<std::uint64_t>(in[at + i]) << (8 * i);
-  return v;
-}
-
-}  // namespace
 
 void FrameWriter::open(FrameKind kind) {
   if (open_) close();
   start_ = out_.size();
   kind_ = kind;
-  putLe(out_, 0, 4);
-  out_.push_back(static_cast<std::byte>(wireVersion));
-  out_.push_back(static_cast<std::byte>(kind));
+  Wire::Writer w(out_);
+  w.uint(std::uint32_t{0});  // the length, written on close
+  w.u8(wireVersion);
+  w.u8(static_cast<std::uint8_t>(kind));
   open_ = true;
 }
 
@@ -42,9 +29,11 @@ void FrameWriter::close() {
 
 void FrameWriter::hello(std::uint64_t fingerprint, std::string_view name) {
   open(FrameKind::hello);
-  putLe(out_, fingerprint, 8);
-  putLe(out_, name.size() & 0xff, 1);
-  for (char c : name.substr(0, 255)) out_.push_back(static_cast<std::byte>(c));
+  name = name.substr(0, 255);
+  Wire::Writer w(out_);
+  w.uint(fingerprint);
+  w.u8(static_cast<std::uint8_t>(name.size()));
+  w.bytes({reinterpret_cast<std::uint8_t const*>(name.data()), name.size()});
   close();
 }
 
@@ -63,7 +52,7 @@ Hello helloRead(ByteSpan body) {
     throw ProtocolError("a hello of " + std::to_string(body.size()) + " bytes is malformed");
   }
   Hello h;
-  h.fingerprint = getLe(body, 0, 8);
+  h.fingerprint = Wire::Reader(body).uint<std::uint64_t>();
   h.name.assign(reinterpret_cast<char const*>(body.data()) + 9, body.size() - 9);
   return h;
 }
@@ -81,9 +70,10 @@ void FrameReader::feed(ByteSpan bytes) {
 bool FrameReader::next(Frame& frame) {
   ByteSpan rest(buf_.data() + head_, buf_.size() - head_);
   if (rest.size() < frameHeaderBytes) return false;
-  auto body = static_cast<std::uint32_t>(getLe(rest, 0, 4));
-  auto version = static_cast<unsigned>(rest[4]);
-  auto kind = static_cast<unsigned>(rest[5]);
+  Wire::Reader header(rest);
+  auto body = header.uint<std::uint32_t>();
+  unsigned const version = header.u8();
+  unsigned const kind = header.u8();
   if (version != wireVersion) {
     throw ProtocolError("a frame of wire version " + std::to_string(version) + ", not " + std::to_string(wireVersion));
   }

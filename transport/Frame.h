@@ -17,9 +17,11 @@
 #include <string_view>
 #include <vector>
 
+#include "Wire/Codec.h"
+
 namespace MlagVxlan::Transport {
 
-inline constexpr std::uint8_t wireVersion = 1;
+using Wire::wireVersion;  // the codec's: one version for the whole wire form
 inline constexpr std::size_t frameHeaderBytes = 6;
 // Large enough for a whole-state resynchronisation of the biggest tables, small enough that a
 // damaged length cannot make the reader ask for gigabytes.

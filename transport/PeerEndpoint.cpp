@@ -12,6 +12,14 @@ std::uint64_t peerFingerprint() {
   return f;
 }
 
+PeerEntities PeerEntities::made() {
+  return {Brix::newNode<Mlag::VxlanStatus>(),       Brix::newNode<Mlag::VxlanStatus>(),
+          Brix::newNode<MlagP2p::HostTable>(),      Brix::newNode<MlagP2p::HostTable>(),
+          Brix::newNode<Vxlan::ActiveArpIpTable>(), Brix::newNode<Vxlan::ActiveArpIpTable>(),
+          Brix::newNode<L2Rib::SourceDirEntry>(),   Brix::newNode<L2Rib::SourceDirEntry>(),
+          Brix::newNode<Vxlan::BumStatus>(),        Brix::newNode<Vxlan::BumStatus>()};
+}
+
 PeerEndpoint::PeerEndpoint(std::string name, PeerEntities const& e, Brix::Ptr<Mlag::Status> status,
                            Brix::Ptr<Mlag::ProtoStatus> protoStatus)
     : Endpoint(std::move(name), peerFingerprint(), std::move(status), std::move(protoStatus)) {

@@ -30,6 +30,9 @@ struct PeerEntities {
   Brix::Ptr<L2Rib::SourceDirEntry> recvSde;
   Brix::Ptr<Vxlan::BumStatus const> sentBumStatus;
   Brix::Ptr<Vxlan::BumStatus> recvBumStatus;
+
+  // Every entity new and empty, for an endpoint with nobody behind it (tools, fuzzing).
+  static PeerEntities made();
 };
 
 // The fingerprint of the five channels' declarations, which both ends' hellos carry.

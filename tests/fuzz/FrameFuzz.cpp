@@ -10,11 +10,7 @@
 namespace Transport = MlagVxlan::Transport;
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  Transport::PeerEntities e{Brix::newNode<Mlag::VxlanStatus>(),       Brix::newNode<Mlag::VxlanStatus>(),
-                            Brix::newNode<MlagP2p::HostTable>(),      Brix::newNode<MlagP2p::HostTable>(),
-                            Brix::newNode<Vxlan::ActiveArpIpTable>(), Brix::newNode<Vxlan::ActiveArpIpTable>(),
-                            Brix::newNode<L2Rib::SourceDirEntry>(),   Brix::newNode<L2Rib::SourceDirEntry>(),
-                            Brix::newNode<Vxlan::BumStatus>(),        Brix::newNode<Vxlan::BumStatus>()};
+  Transport::PeerEntities const e = Transport::PeerEntities::made();
   Transport::PeerEndpoint endpoint("fuzz", e, Brix::newNode<Mlag::Status>(), Brix::newNode<Mlag::ProtoStatus>());
   endpoint.opened();
   try {

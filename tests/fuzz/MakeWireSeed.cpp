@@ -48,17 +48,9 @@ int main(int argc, char** argv) {
   dir = argv[1];
   if (argc == 3) {
     namespace Transport = MlagVxlan::Transport;
+    Transport::PeerEntities e = Transport::PeerEntities::made();
     auto sent = Brix::newNode<Mlag::VxlanStatus>();
-    Transport::PeerEntities e{sent,
-                              Brix::newNode<Mlag::VxlanStatus>(),
-                              Brix::newNode<MlagP2p::HostTable>(),
-                              Brix::newNode<MlagP2p::HostTable>(),
-                              Brix::newNode<Vxlan::ActiveArpIpTable>(),
-                              Brix::newNode<Vxlan::ActiveArpIpTable>(),
-                              Brix::newNode<L2Rib::SourceDirEntry>(),
-                              Brix::newNode<L2Rib::SourceDirEntry>(),
-                              Brix::newNode<Vxlan::BumStatus>(),
-                              Brix::newNode<Vxlan::BumStatus>()};
+    e.sentVxStatus = sent;
     Transport::PeerEndpoint endpoint("seed", e, Brix::newNode<Mlag::Status>(), Brix::newNode<Mlag::ProtoStatus>());
     sent->vniToDynVlanMapIs(Vxlan::VniExtOrNone(10010), Bridging::VlanIdOrNone(10));
     endpoint.opened();

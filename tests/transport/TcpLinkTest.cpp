@@ -154,7 +154,7 @@ TEST(TcpLinkTest, BadBytesDropTheConnectionWithOneLine) {
                                       reinterpret_cast<unsigned char const*>(b.data()) + b.size());
   };
   cases.push_back({after({std::byte{10}, std::byte{0}, std::byte{0}, std::byte{0}, std::byte{0}}),
-                   "peer connection dropped: a change of 10 bytes cut short"});
+                   "peer connection dropped: truncated: 10 bytes wanted at offset 4, 1 left"});
   Bytes vlanChange;  // sharedDynVlan[0xabc] set, its VLAN then made 0
   {
     auto src = Brix::newNode<Mlag::VxlanStatus>();

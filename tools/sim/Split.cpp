@@ -4,13 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 
 #include "TraceSink.h"
 #include "Vxlan/SecondarySm.h"
+#include "Wire/Codec.h"
 
 namespace Sim {
 
@@ -38,61 +38,62 @@ enum Msg : std::uint8_t {
   vniVlansSaid = 16,  // B -> A: pairs of VNI and VLAN
 };
 
+// A control message's body, written and read with the wire codec's primitives.
 class Out {
  public:
+  Out() = default;
+  Out(Out const&) = delete;  // the writer holds the buffer
+  Out& operator=(Out const&) = delete;
   Out& u8(std::uint8_t v) {
-    b_.push_back(static_cast<std::byte>(v));
+    w_.u8(v);
     return *this;
   }
   Out& u64(std::uint64_t v) {
-    for (int i = 0; i < 8; ++i) u8(static_cast<std::uint8_t>(v >> (8 * i)));
+    w_.uint(v);
     return *this;
   }
-  Out& f64(double v) { return u64(std::bit_cast<std::uint64_t>(v)); }
+  Out& f64(double v) {
+    MlagVxlan::Wire::encode(w_, v);
+    return *this;
+  }
   Out& bytes(ByteSpan s) {
-    u64(s.size());
-    b_.insert(b_.end(), s.begin(), s.end());
+    w_.blob(s);
     return *this;
   }
-  Out& str(std::string const& s) { return bytes(ByteSpan(reinterpret_cast<std::byte const*>(s.data()), s.size())); }
+  Out& str(std::string const& s) {
+    w_.text(s);
+    return *this;
+  }
   Bytes const& body() const noexcept { return b_; }
 
  private:
   Bytes b_;
+  MlagVxlan::Wire::Writer w_{b_};
 };
 
 class In {
  public:
-  explicit In(Bytes const& b) : b_(b) {}
-  std::uint8_t u8() {
-    need(1);
-    return static_cast<std::uint8_t>(b_[pos_++]);
-  }
-  std::uint64_t u64() {
-    std::uint64_t v = 0;
-    for (int i = 0; i < 8; ++i) v |= std::uint64_t{u8()} << (8 * i);
-    return v;
-  }
-  double f64() { return std::bit_cast<double>(u64()); }
-  ByteSpan bytes() {
-    std::uint64_t n = u64();
-    need(n);
-    ByteSpan s(b_.data() + pos_, n);
-    pos_ += n;
-    return s;
-  }
-  std::string str() {
-    ByteSpan s = bytes();
-    return {reinterpret_cast<char const*>(s.data()), s.size()};
-  }
+  explicit In(Bytes const& b) : r_(b) {}
+  std::uint8_t u8() { return r_.u8(); }
+  std::uint64_t u64() { return r_.uint<std::uint64_t>(); }
+  double f64() { return MlagVxlan::Wire::decode<double>(r_); }
+  ByteSpan bytes() { return r_.blob(); }
+  std::string str() { return std::string(r_.text()); }
 
  private:
-  void need(std::uint64_t n) const {
-    if (b_.size() - pos_ < n) throw std::runtime_error("a split run's control message cut short");
-  }
-  Bytes const& b_;
-  std::size_t pos_ = 0;
+  MlagVxlan::Wire::Reader r_;
 };
+
+// Sends what `endpoint` wrote to the other process, due there at `due`, and empties it. True when
+// something went; nothing goes while the link is cut.
+bool sendOutput(ControlChannel& control, MlagVxlan::Transport::Endpoint& endpoint, bool up, Brix::Duration due) {
+  Bytes& out = endpoint.output();
+  endpoint.outputTaken();
+  if (out.empty()) return false;
+  if (up) control.send(peer, Out().f64(due).bytes(out).body());
+  out.clear();
+  return up;
+}
 
 // What switch B's process does: serve the control until told to quit.
 int childRun(std::uint16_t port, Scenario const& sc) {
@@ -108,13 +109,7 @@ int childRun(std::uint16_t port, Scenario const& sc) {
   SwitchTracker tracker(b);
   Link fromA;
   Brix::Duration linkDelay = 0.0;
-  auto flush = [&] {
-    Bytes& out = endpoint->output();
-    endpoint->outputTaken();
-    if (out.empty()) return;
-    if (fromA.up()) control.send(peer, Out().f64(loop.now() + linkDelay).bytes(out).body());
-    out.clear();
-  };
+  auto flush = [&] { sendOutput(control, *endpoint, fromA.up(), loop.now() + linkDelay); };
   {
     Acting acting(b.name());
     endpoint->opened();
@@ -288,15 +283,8 @@ SplitDriver::~SplitDriver() {
 }
 
 void SplitDriver::carry() {
-  Bytes& out = endpoint_->output();
-  endpoint_->outputTaken();
-  if (out.empty()) return;
-  if (up_) {
-    Brix::Duration due = loop_.now() + delay_;
-    control_->send(peer, Out().f64(due).bytes(out).body());
-    toB_.insert(due);
-  }
-  out.clear();
+  Brix::Duration const due = loop_.now() + delay_;
+  if (sendOutput(*control_, *endpoint_, up_, due)) toB_.insert(due);
 }
 
 std::uint8_t SplitDriver::awaitReply(Bytes& body) {

@@ -56,10 +56,11 @@ class Writer {
   void bytes(std::span<std::uint8_t const> b) {
     if (!b.empty()) std::memcpy(grow(b.size()), b.data(), b.size());
   }
-  void text(std::string_view s) {
-    uint(static_cast<std::uint32_t>(s.size()));
-    auto const* p = reinterpret_cast<std::byte const*>(s.data());
-    out_.insert(out_.end(), p, p + s.size());
+  void text(std::string_view s) { blob({reinterpret_cast<std::byte const*>(s.data()), s.size()}); }
+  // Bytes with a u32 length in front.
+  void blob(std::span<std::byte const> b) {
+    uint(static_cast<std::uint32_t>(b.size()));
+    out_.insert(out_.end(), b.begin(), b.end());
   }
   std::vector<std::byte>& buffer() noexcept { return out_; }
 
@@ -99,11 +100,15 @@ class Reader {
     return b;
   }
   std::string_view text() {
+    auto b = blob();
+    return {reinterpret_cast<char const*>(b.data()), b.size()};
+  }
+  std::span<std::byte const> blob() {
     auto n = uint<std::uint32_t>();
     need(n);
-    std::string_view s(reinterpret_cast<char const*>(in_.data() + pos_), n);
+    auto b = in_.subspan(pos_, n);
     pos_ += n;
-    return s;
+    return b;
   }
   std::size_t offset() const noexcept { return pos_; }
   std::size_t left() const noexcept { return in_.size() - pos_; }
