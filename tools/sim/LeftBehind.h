@@ -18,11 +18,17 @@ struct LeftBehind {
   // Over a dump line's name (the entity first), whole. A name in braces stands for any of the
   // values the inputs give it (Placeholders); such an entry applies only while there is one.
   // "{vni}": a VNI that has been mapped to more than one VLAN of a VTI at once; "{arpKey}": an
-  // active ARP key that both switches hold.
+  // active ARP key that both switches hold; "{arpAddr}": an IPv4 address that two ARP input keys
+  // of one VRF have held at once; "{goneVti}": a VTI that has left a switch's directory and is
+  // not back; "{afterVtiLoss}": the empty text, once a VTI has left a
+  // switch's directory while another stayed (so the entry applies from then on).
   char const* pattern;
   char const* why;
   // Also excuses a line that the fresh pair holds with another value, or that only it holds.
   bool anyDifference = false;
+  // If set, the entry applies only while the pair also differs from the fresh one in a line that
+  // matches this (the left-behind state that the difference follows from), on either switch.
+  char const* onlyWith = nullptr;
 };
 
 inline constexpr LeftBehind leftBehindTable[] = {
@@ -44,22 +50,58 @@ inline constexpr LeftBehind leftBehindTable[] = {
      "still names it, until that VLAN's own mapping changes. So a pair that saw the mappings come and go "
      "can publish another VLAN, or none, than a pair given only where they ended.",
      true},
+    {R"((sent|local|recv)VxStatus\.vniVtiToDynVlanMap\[\d+/{goneVti}\])",
+     "The publisher of a VTI that leaves the directory stays, with what it published, until the publishers "
+     "are all deleted (the pair no longer multi-VTEP, or the role's end) or the VTI comes back. The peer "
+     "applies what it receives."},
+    {R"((sent|recv)VxStatus\.arpStatus\[\w+\]\.(arpEntry\[{arpAddr}\]|vrfName)|localVxStatus\.arpStatusWithVlan\[\w+\]\.(arpEntry\[{arpAddr}/0/\w+\]|vrfName))",
+     "Published by VRF, an ARP entry is keyed by its IPv4 address alone, so two input keys of one address "
+     "(on two VLAN interfaces) share one entry: the key written last gives its MAC, and deleting either key "
+     "withdraws the entry though the other stays, until that one changes. The peer's view follows.",
+     true},
     {R"((sent|recv|peer)ActiveArp\.(remoteIp|localIp|localIpMac)\[{arpKey}\])",
      "An active ARP entry that both switches hold is published by the one that published it first: the other "
      "leaves out what it already receives. Which one that is follows the order the roles came in.",
      true},
+    {R"((sent|recv)P2pHostTable\.hostEntry\[[^\]]+\]|mlagHostTable\.hostEntry\[[^\]]+\])",
+     "The remote MAC decision only adds or replaces host entries: a MAC whose FDB record goes, or whose two "
+     "tables stop agreeing on its last move time, keeps what was last told to the peer and written to the "
+     "MLAG host table. Whatever removes them is outside the library."},
+    {R"((sent|recv|peer)ActiveArp\.localIp\[[^\]]+\])",
+     "Towards a far end that cannot learn from L2, a key's own change writes its localIp entry whenever the "
+     "input's localIp holds it, but a full re-evaluation keeps only the entries whose key also has a MAC in "
+     "the input's localIpMac. So whether such an entry stands follows whether the key last changed before or "
+     "after the last re-evaluation (a role, a VTI, a capability or a configuration change).",
+     true},
+    {R"(sdeOutput\.vlanFloodSet\[\d+\]\.(vlanId|floodSet\[[^\]]+\]\.(macAddr|floodSetType)))",
+     "On the legacy road a BUM list without addresses is history-bound twice over. Its flood set goes with the "
+     "list's last address though the list stays, and comes back only with an address or a type change, where "
+     "a list that arrives without addresses makes its flood set at once. And the flood set takes the list's "
+     "type only from a type change or an address, so a list already there when the road started keeps the "
+     "type the flood set had.",
+     true},
+    {R"((sent|recv|peer)ActiveArp\.((remoteIp|localIp|localIpMac)\[[^\]]+\]|arpSelectiveInstall){afterVtiLoss})",
+     "Every VTI's active ARP machine writes the same table, and the loss of any one VTI empties it, also of "
+     "what the others wrote: they fill it again only at their next full re-evaluation.",
+     true},
     {R"((sent|recv|peer)ActiveArp\.l2LearningCapable)",
      "Ending the active ARP exchange empties its tables but leaves the capability it last published.", true},
+    {R"((sent|recv|peer)ActiveArp\.(localIp|localIpMac)\[[^\]]+\])",
+     "What goes to a far end depends on the capability it published: localIpMac entries to one that can learn "
+     "from L2, localIp entries to one that cannot. A capability left behind (above) takes its tables with it.",
+     true, R"((sent|recv|peer)ActiveArp\.l2LearningCapable)"},
 };
 
 // The values of the names in braces in the table's patterns, as the inputs give them.
 using Placeholders = std::map<std::string, std::set<std::string>>;
 
-inline constexpr char const* placeholderNames[] = {"{vni}", "{arpKey}"};
+inline constexpr char const* placeholderNames[] = {"{vni}", "{arpKey}", "{arpAddr}", "{goneVti}", "{afterVtiLoss}"};
 
 // The entry that excuses a difference in `line` (`leftBehind`: the soaked pair holds it, a fresh
-// one does not); nullptr if none does.
-inline LeftBehind const* excusedBy(std::string const& line, bool leftBehind, Placeholders const& values = {}) {
+// one does not), `differing` being every line in which the pair differs from the fresh one;
+// nullptr if none does.
+inline LeftBehind const* excusedBy(std::string const& line, bool leftBehind, Placeholders const& values = {},
+                                   std::vector<std::string> const& differing = {}) {
   auto placeholderOf = [](std::string const& pattern) -> char const* {
     for (char const* name : placeholderNames) {
       if (pattern.find(name) != std::string::npos) return name;
@@ -80,9 +122,18 @@ inline LeftBehind const* excusedBy(std::string const& line, bool leftBehind, Pla
     }
     return out;
   };
+  auto withCause = [&](LeftBehind const& e) {
+    if (!e.onlyWith) return true;
+    std::regex const cause(e.onlyWith);
+    for (std::string const& d : differing) {
+      if (std::regex_match(d, cause)) return true;
+    }
+    return false;
+  };
   for (std::size_t i = 0; i < std::size(leftBehindTable); ++i) {
     LeftBehind const& e = leftBehindTable[i];
     if (!leftBehind && !e.anyDifference) continue;
+    if (!withCause(e)) continue;
     std::string const pattern = e.pattern;
     char const* name = placeholderOf(pattern);
     if (!name) {

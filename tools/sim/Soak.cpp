@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -59,7 +60,10 @@ void InputState::apply(Step const& step) {
       for (auto const& kv : vti) {
         std::string const name = kv.first.Scalar();
         if (kv.second.IsNull()) {
-          in.vtis.erase(name);
+          if (in.vtis.erase(name) != 0) {
+            in.goneVtis.insert(name);
+            if (!in.vtis.empty()) vtiLostBesideOthers_ = true;
+          }
           continue;
         }
         Vti& v = in.vtis[name];
@@ -87,6 +91,7 @@ void InputState::apply(Step const& step) {
           writeOver(in.sets, kv.first.Scalar(), YAML::Dump(kv.second));
         }
       }
+      noteConflicts();
     }
     if (auto del = n["delete"]) {
       if (del.IsScalar()) {
@@ -165,6 +170,16 @@ std::vector<Step> InputState::freshSteps(bool oneByOne) const {
   return out;
 }
 
+std::set<std::string> InputState::goneVtis() const {
+  std::set<std::string> out;
+  for (Inputs const& in : inputs_) {
+    for (std::string const& name : in.goneVtis) {
+      if (!in.vtis.count(name)) out.insert(name);
+    }
+  }
+  return out;
+}
+
 std::set<std::string> InputState::sharedActiveArpKeys() const {
   // The keys of corestateActiveArp's collections that a switch writes.
   auto keys = [](Inputs const& in) {
@@ -197,6 +212,14 @@ void InputState::noteConflicts() {
         if (!seen.insert(vni).second) conflicted_.insert(vni);
       }
     }
+    // arpInputConfig.vrf[VRF].ipv4[ADDR/INTF]: the VRF and the address.
+    std::set<std::pair<std::string, std::string>> seen;
+    static std::regex const arpKey(R"(arpInputConfig\.vrf\[([^\]]+)\]\.ipv4\[([^/\]]+)/[^\]]+\].*)");
+    for (auto const& [path, value] : in.sets) {
+      std::smatch m;
+      if (!std::regex_match(path, m, arpKey)) continue;
+      if (!seen.emplace(m[1].str(), m[2].str()).second) sharedArpAddrs_.insert(m[2].str());
+    }
   }
 }
 
@@ -212,22 +235,17 @@ std::set<std::string, std::less<>> reportedNames(Switch const& s) {
   return out;
 }
 
-// The differences between a soaked switch's dump and a fresh one's, less the excused ones.
-void differ(std::size_t sw, Flat const& soaked, Flat const& fresh, Placeholders const& values,
-            std::set<std::string, std::less<>> const& reported, CheckOutcome& outcome) {
+// The differences between a soaked switch's dump and a fresh one's, in the entities the report
+// shows: an input entity holds what the steps wrote, members they made on the way included, and
+// no library code of its own.
+void differ(std::size_t sw, Flat const& soaked, Flat const& fresh, std::set<std::string, std::less<>> const& reported,
+            std::vector<Difference>& out) {
   NaturalLess less;
   auto s = soaked.begin();
   auto f = fresh.begin();
   auto add = [&](std::string const& line, std::optional<std::string> got, std::optional<std::string> want) {
-    // Outputs only: an input entity holds what the steps wrote, members they made on the way
-    // included, and no library code of its own.
     if (!reported.count(std::string_view(line).substr(0, line.find('.')))) return;
-    LeftBehind const* e = excusedBy(line, !want, values);
-    if (e) {
-      ++outcome.excused[e->pattern];
-      return;
-    }
-    outcome.differences.push_back(Difference{sw, line, std::move(got), std::move(want)});
+    out.push_back(Difference{sw, line, std::move(got), std::move(want)});
   };
   while (s != soaked.end() || f != fresh.end()) {
     if (f == fresh.end() || (s != soaked.end() && less(s->first, f->first))) {
@@ -269,11 +287,26 @@ CheckOutcome soakCheck(Pair& pair, InputState const& inputs, FreshFault const& f
     fresh[1] = flattenSwitch(other.b);
   }
   pair.resumeTime();
-  Placeholders const values{{"{vni}", inputs.conflictedVnis()}, {"{arpKey}", inputs.sharedActiveArpKeys()}};
+  Placeholders const values{
+      {"{vni}", inputs.conflictedVnis()},
+      {"{arpKey}", inputs.sharedActiveArpKeys()},
+      {"{arpAddr}", inputs.sharedArpAddrs()},
+      {"{goneVti}", inputs.goneVtis()},
+      {"{afterVtiLoss}", inputs.vtiLostBesideOthers() ? std::set<std::string>{""} : std::set<std::string>{}}};
   auto const reported = reportedNames(pair.a);
+  std::vector<Difference> all;
   for (std::size_t i = 0; i < 2; ++i) {
     if (fault) fault(i, fresh[i]);
-    differ(i, soaked[i], fresh[i], values, reported, outcome);
+    differ(i, soaked[i], fresh[i], reported, all);
+  }
+  std::vector<std::string> lines;
+  for (Difference const& d : all) lines.push_back(d.line);
+  for (Difference& d : all) {
+    if (LeftBehind const* e = excusedBy(d.line, !d.fresh, values, lines)) {
+      ++outcome.excused[e->pattern];
+    } else {
+      outcome.differences.push_back(std::move(d));
+    }
   }
   for (Disagreement& d : agreementCheck(pair)) {
     if (d.configuration) {

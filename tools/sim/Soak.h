@@ -41,6 +41,13 @@ class InputState {
   // VLAN is published, if any, depends on the order the mappings came and went in, and the
   // library keeps traces of it (stale VLANs in its shadow) that a much later event can bring out.
   std::set<std::string> const& conflictedVnis() const noexcept { return conflicted_; }
+  // The IPv4 addresses that two keys of one VRF's ARP input have held at once, ever: the
+  // published table is keyed by address alone, so the key written or deleted last decides it.
+  std::set<std::string> const& sharedArpAddrs() const noexcept { return sharedArpAddrs_; }
+  // The VTIs that have left a switch's directory and are not back in it.
+  std::set<std::string> goneVtis() const;
+  // Whether a VTI has ever left a switch's directory while another stayed in it.
+  bool vtiLostBesideOthers() const noexcept { return vtiLostBesideOthers_; }
   // The active ARP keys that both switches write into their central store.
   std::set<std::string> sharedActiveArpKeys() const;
 
@@ -55,6 +62,7 @@ class InputState {
   struct Inputs {
     std::optional<std::string> role;
     std::map<std::string, Vti> vtis;
+    std::set<std::string> goneVtis;  // ever removed; goneVtis() leaves out those back since
     Writes sets;
   };
   void noteConflicts();
@@ -62,6 +70,8 @@ class InputState {
   std::array<Inputs, 2> inputs_;
   double delay_ = 0.0;
   std::set<std::string> conflicted_;
+  std::set<std::string> sharedArpAddrs_;
+  bool vtiLostBesideOthers_ = false;
 };
 
 // A line of one switch's dump where the soaked pair and a fresh one differ (nullopt: absent).
