@@ -300,6 +300,7 @@ CheckOutcome soakCheck(Pair& pair, InputState const& inputs, FreshFault const& f
     differ(i, soaked[i], fresh[i], reported, all);
   }
   std::vector<std::string> lines;
+  lines.reserve(all.size());
   for (Difference const& d : all) lines.push_back(d.line);
   for (Difference& d : all) {
     if (LeftBehind const* e = excusedBy(d.line, !d.fresh, values, lines)) {
