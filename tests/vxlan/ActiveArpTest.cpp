@@ -172,8 +172,8 @@ TEST_F(ActiveArp, RemoteIpCopiesWhatSelectiveInstallPassesUnlessTheFarEndHoldsIt
 
 // ---- the enable logic ----
 
-// Which switch enables, and what a disabled copy's handlers do, are the property's.
-TEST_F(ActiveArp, TheLossOfEverySwitchEmptiesAllButTheCapability) {
+// What a disabled copy's handlers do is the property's.
+TEST_F(ActiveArp, AnyOneSwitchEnablesAndTheirLossEmptiesAllButTheCapability) {
   copy.in->remoteIpIs(key(10, "10.0.0.1"), true);
   copy.in->localIpMacIs(key(10, "10.0.0.2"), macA);
   copy.in->arpSelectiveInstallIs(true);
@@ -183,7 +183,13 @@ TEST_F(ActiveArp, TheLossOfEverySwitchEmptiesAllButTheCapability) {
   EXPECT_EQ(trace.take().front(), vti + "handleInitialized()");
   std::string const enabled = "local 10/10.0.0.2\nremote 10/10.0.0.1\nselective\ncapable\n";
   EXPECT_EQ(text(*copy.out), enabled);
-  copy.config->arpSelectiveInstallIs(false);
+  for (int which : {1, 2}) {  // either L2 learning switch alone enables as well
+    copy.config->arpSelectiveInstallIs(false);
+    copy.l2Vpn->l2LearningSwitch1Is(which == 1);
+    copy.l2Vpn->l2LearningSwitch2Is(which == 2);
+    EXPECT_EQ(text(*copy.out), enabled) << which;
+  }
+  copy.l2Vpn->l2LearningSwitch2Is(false);
   EXPECT_EQ(text(*copy.out), "capable\n") << "the capability the far end was told stays";
   EXPECT_FALSE(nested(*sm).initialized());
   copy.config->arpSelectiveInstallIs(true);
