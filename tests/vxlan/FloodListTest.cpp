@@ -11,6 +11,7 @@
 #include "Vxlan/SmContainer.h"
 #include "entities/L2Rib/SourceDirEntry.h"
 #include "entities/Vxlan/BumStatus.h"
+#include "support/RemoteHostSwitch.h"
 #include "support/RingLogDir.h"
 #include "trace/RingLogReader.h"
 #include "vxlan/ActiveArpTestSupport.h"
@@ -238,10 +239,15 @@ TEST_F(FloodList, SelectorFlagFlipsEmptyAndRefillTheOutputFromTheOtherRoad) {
   EXPECT_EQ(text(*sdeOut), "");
 }
 
-// The container ends its children in their order: active ARP, flood lists, ARP sync. Each child
+// The container ends its children in their order: remote MACs, active ARP, flood lists, ARP sync. Each child
 // reads the arguments it was given.
 TEST_F(FloodList, ContainerEndsItsChildrenInTheirOrder) {
   auto c = MlagVxlan::smContainerFactory("vxlan");
+  TestSupport::RemoteHostSwitch const h;
+  auto remote = [&] {
+    return c->remoteHostTableSmIs(h.sent, h.mlagHost, h.config, h.fdb, h.vxfdb, h.proto, h.mlag, h.ctrl, h.vtiDir);
+  };
+  EXPECT_EQ(remote(), remote()) << "the same arguments give the same object";
   ActiveArpTest::Copy arp;
   arp.config->arpSelectiveInstallIs(true);
   arp.in->remoteIpIs(ActiveArpTest::key(10, "10.0.0.1"), true);
@@ -271,13 +277,15 @@ TEST_F(FloodList, ContainerEndsItsChildrenInTheirOrder) {
   TestSupport::PublicationRecorder rec(*c, [&](auto const& p) { ended.push_back(p.field); });
   c = nullptr;
   using C = MlagVxlan::SmContainer;
-  EXPECT_THAT(ended, ElementsAre(C::activeArpP2pToCorestateSmField, C::activeArpCorestateToP2pSmField,
-                                 C::vcsSdeCorestateToP2pSmField, C::vcsSdeCorestateToBumStatusP2pSmField,
-                                 C::floodListInputSelectorSmField, C::scheduledMlagPeerArpSyncSmField));
+  EXPECT_THAT(ended, ElementsAre(C::remoteHostTableSmField, C::activeArpP2pToCorestateSmField,
+                                 C::activeArpCorestateToP2pSmField, C::vcsSdeCorestateToP2pSmField,
+                                 C::vcsSdeCorestateToBumStatusP2pSmField, C::floodListInputSelectorSmField,
+                                 C::scheduledMlagPeerArpSyncSmField));
   EXPECT_EQ(text(*copy), "");
   EXPECT_EQ(text(*bumOut), "mode none\n");
   EXPECT_EQ(ActiveArpTest::text(*arp.out), "");
   EXPECT_EQ(ActiveArpTest::text(*back), "");
+  EXPECT_EQ(h.proto->publisher()->subscriberCount(), 0u);
 }
 
 // ---- properties ----

@@ -8,7 +8,6 @@
 #include <limits>
 #include <set>
 
-#include "Vxlan/SmContainer.h"
 #include "entities/VxlanController/VtepStatus.h"
 #include "support/RemoteHostSwitch.h"
 #include "support/RingLogDir.h"
@@ -230,25 +229,6 @@ TEST_F(RemoteHostTableSmTest, VlanReplayAndVtiReplacedUnderItsInterface) {
   EXPECT_EQ(s->sentOf(1), "") << "VLAN 10 was not replayed";
   s->vtiDir->vtiStatusDel(::Vxlan1);
   EXPECT_EQ(s->sm->vtiStatusCount(), 0u);
-}
-
-// The container's first child: the same arguments give the same object, and the container's
-// teardown ends it before the others.
-TEST_F(RemoteHostTableSmTest, ContainerChildGoesFirst) {
-  auto c = MlagVxlan::smContainerFactory("vxlan");
-  auto const& w = *s;
-  auto is = [&] {
-    return c->remoteHostTableSmIs(w.sent, w.mlagHost, w.config, w.fdb, w.vxfdb, w.proto, w.mlag, w.ctrl, w.vtiDir);
-  };
-  EXPECT_EQ(is(), is());
-  auto vx = Brix::newNode<Mlag::VxlanStatus>();
-  c->scheduledMlagPeerArpSyncSmIs(vx, vx, vx);
-  std::vector<Brix::FieldId> gone;
-  TestSupport::PublicationRecorder rec(*c, [&](auto const& p) { gone.push_back(p.field); });
-  c = nullptr;
-  using C = MlagVxlan::SmContainer;
-  EXPECT_EQ(gone, (std::vector<Brix::FieldId>{C::remoteHostTableSmField, C::scheduledMlagPeerArpSyncSmField}));
-  EXPECT_EQ(w.proto->publisher()->subscriberCount(), 0u);
 }
 
 TEST_F(RemoteHostTableSmTest, ProgrammersAssertions) {
