@@ -18,12 +18,6 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-template <class T>
-std::string str(T const& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
-}
 // `p` with "{key}" as the key's trace text and "{k}" as its form in text(table).
 std::string sub(std::string p, Vxlan::VlanIpPair const& k) {
   for (auto const& [from, to] : {std::pair{std::string("{key}"), str(k)},

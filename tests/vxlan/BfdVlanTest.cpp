@@ -56,14 +56,10 @@ VlanSet shared(Status const& s) {
   }
   return out;
 }
-VlanSet vlans(std::uint16_t lo, std::uint16_t hi) {
+// Every VLAN from `from` on but those of `out`.
+VlanSet allBut(VlanSet const& out = {}, std::uint16_t from = 1) {
   VlanSet s;
-  for (std::uint32_t v = lo; v <= hi; ++v) s.insert(static_cast<std::uint16_t>(v));
-  return s;
-}
-// Every VLAN but those of `out`.
-VlanSet allBut(VlanSet const& out) {
-  VlanSet s = vlans(1, 4094);
+  for (std::uint16_t v = from; v <= 4094; ++v) s.insert(v);
   for (auto v : out) s.erase(v);
   return s;
 }
@@ -191,7 +187,6 @@ TEST_F(SecondaryBfdTest, EachPeerEntityGetsAChildThatCopiesItsStateAndWithdrawsI
   // Two keys that differ only in the VTI: two children, traces that look alike.
   recv->allVxlanBfdPeerStatusIs(b)->operStateIs(Bfd::OperState::down);
   recv->allVxlanBfdPeerStatusIs(v6)->operStateIs(Bfd::OperState::init);
-  EXPECT_EQ(sm->vxlanBfdStatusSmCount(), 3u);
   EXPECT_EQ(trace.count(" Add/Udp peer Vtep 2001:db8::1, operState: init"), 1u);
   trace.clear();
   recv->allVxlanBfdPeerStatus(a)->operStateIs(Bfd::OperState::adminDown);
@@ -211,14 +206,12 @@ TEST_F(SecondaryBfdTest, EachPeerEntityGetsAChildThatCopiesItsStateAndWithdrawsI
   replacement->operStateIs(Bfd::OperState::up);
   trace.clear();
   recv->allVxlanBfdPeerStatusIs(b, replacement);
-  EXPECT_EQ(sm->vxlanBfdStatusSm(b)->vxlanBfdStatus(), replacement);
   EXPECT_LT(trace.indexOf("VxlanBfdStatusSm::doCleanup()"),
             trace.indexOf(" Add/Udp peer Vtep 10.0.0.1, operState: up"));
   EXPECT_EQ(local->allVxlanBfdPeerStatus(b)->operState(), Bfd::OperState::up);
   // A key that goes: its child's cleanup deletes it first.
   trace.clear();
   (void)recv->allVxlanBfdPeerStatusDel(v6);
-  EXPECT_EQ(sm->vxlanBfdStatusSm(v6), nullptr);
   EXPECT_LT(trace.indexOf("VxlanBfdStatusSm::doCleanup()"),
             trace.indexOf(" Del peer Vtep 2001:db8::1, operState: init"));
   // A fresh role over a peer that dropped a key while none was listening: the stale child of the
@@ -307,7 +300,6 @@ TEST_F(PrimaryBfdTest, EachVxlanTunnelPeerHasAChildThatPublishesItsStateUnderIts
   // Two peers that differ only in the session share one entry.
   bfdPeer->peerStatusIs(twin)->operStateIs(Bfd::OperState::down);
   bfdPeer->peerStatusIs(v6)->operStateIs(Bfd::OperState::init);
-  EXPECT_EQ(sm->bfdPeerStatusSmCount(), 3u);
   EXPECT_EQ(vxlanBfd(*sent), (Snapshot{{key("Vxlan1", "10.0.0.1"), "down"},
                                        {key("Vxlan1", "2001:db8::1"), "init"},
                                        {key("Vxlan7", "10.7.7.7"), "adminDown"}}));
@@ -319,7 +311,6 @@ TEST_F(PrimaryBfdTest, EachVxlanTunnelPeerHasAChildThatPublishesItsStateUnderIts
   // A peer that goes: its cleanup runs before the child goes, and takes the shared entry along.
   trace.clear();
   (void)bfdPeer->peerStatusDel(twin);
-  EXPECT_EQ(sm->bfdPeerStatusSm(twin), nullptr);
   EXPECT_FALSE(sent->allVxlanBfdPeerStatusHas(vtiVtep("Vxlan1", "10.0.0.1")));
   EXPECT_LT(trace.indexOf("BfdPeerStatusSm(10.0.0.1)::doCleanup() return"),
             trace.indexOf("PrimarySm::handleBfdPeerStatus(10.0.0.1) return"));
@@ -377,7 +368,7 @@ TEST_F(PrimaryBfdTest, FirstRunsAndCleanupsRunTheirHandlersInTheirOrder) {
 TEST_F(Fixture, PrimaryFirstRunMakesTheLocalSetThePeersThenFollowsItVlanByVlan) {
   // A full local set against a peer with 93 fewer, one of them present as false.
   for (std::uint16_t v = 1; v <= 4094; ++v) local->sharedDynVlanIs(Bridging::VlanId(v), true);
-  VlanSet peer = vlans(95, 4094);
+  VlanSet peer = allBut({}, 95);
   for (auto v : peer) recv->sharedDynVlanIs(Bridging::VlanId(v), true);
   recv->sharedDynVlanIs(Bridging::VlanId(1), false);
   // A VTEP entry's reactor runs before the role's first run: its write lets the peer share VLAN 3
@@ -426,7 +417,7 @@ TEST_F(Fixture, PrimaryFirstRunMakesTheLocalSetThePeersThenFollowsItVlanByVlan) 
     EXPECT_EQ(trace.levelOf(s.line ? s.line : ""), s.line ? 6 : -1);
   }
   sm = nullptr;
-  EXPECT_EQ(shared(*local), vlans(1, 4094));
+  EXPECT_EQ(shared(*local), allBut());
 }
 
 // The VLAN configuration by one input, the one the toggle picks.
@@ -496,8 +487,8 @@ TEST_P(SecondaryVlanConfigTest, AVlanLeavesBothSetsWhileASourceOutsideTheListCon
   // The role's end fills both sets, and the children's ends write their VLANs once more.
   trace.clear();
   sm = nullptr;
-  EXPECT_EQ(shared(*sent), vlans(1, 4094));
-  EXPECT_EQ(shared(*local), vlans(1, 4094));
+  EXPECT_EQ(shared(*sent), allBut());
+  EXPECT_EQ(shared(*local), allBut());
   EXPECT_EQ(trace.count("SecondarySm::VokVlanConfig(50)::vlanConfigSourceSmCleanup()"), flat ? 0u : 1u);
 }
 

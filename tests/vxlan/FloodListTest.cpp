@@ -27,14 +27,8 @@ using ::testing::Not;
 
 MLAGVXLAN_TEST_RINGLOGDIR();
 
-template <class T>
-std::string str(T const& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
-}
-
-Lanx::EthAddr const zeroMac;
+using ActiveArpTest::str;
+using ActiveArpTest::zeroMac;
 Lanx::EthAddr const otherMac(0x0a00, 0, 0x0001);
 L2Rib::Dest dest(std::string_view addr) { return L2Rib::canonicalVxlanDest(Lanx::IpGenAddr::parse(addr)); }
 // A VXLAN destination of the same address as dest(addr) that differs from the canonical form.
