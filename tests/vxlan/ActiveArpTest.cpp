@@ -16,7 +16,6 @@ namespace {
 using namespace ActiveArpTest;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 // `p` with "{key}" as the key's trace text and "{k}" as its form in text(table).
 std::string sub(std::string p, Vxlan::VlanIpPair const& k) {
