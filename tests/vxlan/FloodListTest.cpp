@@ -170,6 +170,7 @@ TEST_F(FloodList, SourceDirectoryNarrowsToTheZeroMacsIpv4Addresses) {
   zero->destSetIs(foreignDest("10.0.0.2"), false);  // present whatever its value and its other fields
   zero->destSetIs(dest("2001:db8::1"), true);
   floodSet(*sdeIn, 10, otherMac)->destSetIs(dest("10.0.0.5"), true);
+  floodSet(*sdeIn, 20, otherMac);
   list(*bumOut, 10)->remoteVtepAddrIs(Lanx::IpAddr(10, 0, 0, 9), true);  // stale
   list(*bumOut, 30, otherMac);                                           // never written here
   auto sm = MlagVxlan::sdeToBumStatusSmFactory(sdeIn, bumOut);
@@ -181,6 +182,12 @@ TEST_F(FloodList, SourceDirectoryNarrowsToTheZeroMacsIpv4Addresses) {
   EXPECT_THAT(lines, Contains(" Deleting addr 10.0.0.9"));
   zero->floodSetTypeIs(L2Rib::FloodSetType::unknown);
   EXPECT_EQ(text(*bumOut), built) << "a type other than all and any leaves the list's type";
+  // A VLAN made again in place is a new input object: its child follows the new one.
+  sdeIn->vlanFloodSetIs(Bridging::VlanId(20), Brix::newNode<L2Rib::VlanFloodSet>(Bridging::VlanId(20)));
+  floodSet(*sdeIn, 20)->destSetIs(dest("10.0.0.7"), true);
+  EXPECT_EQ(text(*bumOut),
+            "mode headend\n00:00:00:00:00:00/10 any: 10.0.0.1 10.0.0.2\n00:00:00:00:00:00/20 all: "
+            "10.0.0.7\n0a:00:00:00:00:01/30 all:\n");
   sdeIn->sourceInitializedIs(false);
   EXPECT_EQ(text(*bumOut), "mode none\n");
   EXPECT_THAT(trace.take(), Contains(" Clearing BumStatus as VCS SDE is uninitialized"));
