@@ -123,6 +123,8 @@ TEST_F(FloodList, ReplicaRemovesWhatTheInputLacksAtEachLevel) {
   EXPECT_THAT(lines, Contains(" Del stale " + str(dest("10.0.0.9"))));
   EXPECT_THAT(lines, Contains(" (sde,10,00:00:00:00:00:00)::handleDest Del " + str(dest("10.0.0.2"))))
       << "a false destination is no stale one";
+  sdeIn->vlanFloodSetIs(Bridging::VlanId(10))->floodSetDel(zeroMac);
+  EXPECT_EQ(sm->vlanFloodSetInput(Bridging::VlanId(10))->floodSetInputCount(), 0u) << "its reactor lets it go";
   sm = nullptr;
   EXPECT_EQ(text(*sdeOut), "") << "what the replica copied does not outlive it";
 }
