@@ -212,6 +212,7 @@ TEST_F(SecondaryBfdTest, EachPeerEntityGetsAChildThatCopiesItsStateAndWithdrawsI
   // A key that goes: its child's cleanup deletes it first.
   trace.clear();
   (void)recv->allVxlanBfdPeerStatusDel(v6);
+  EXPECT_EQ(sm->vxlanBfdStatusSm(v6), nullptr);
   EXPECT_LT(trace.indexOf("VxlanBfdStatusSm::doCleanup()"),
             trace.indexOf(" Del peer Vtep 2001:db8::1, operState: init"));
   // A fresh role over a peer that dropped a key while none was listening: the stale child of the
@@ -311,6 +312,7 @@ TEST_F(PrimaryBfdTest, EachVxlanTunnelPeerHasAChildThatPublishesItsStateUnderIts
   // A peer that goes: its cleanup runs before the child goes, and takes the shared entry along.
   trace.clear();
   (void)bfdPeer->peerStatusDel(twin);
+  EXPECT_EQ(sm->bfdPeerStatusSm(twin), nullptr);
   EXPECT_FALSE(sent->allVxlanBfdPeerStatusHas(vtiVtep("Vxlan1", "10.0.0.1")));
   EXPECT_LT(trace.indexOf("BfdPeerStatusSm(10.0.0.1)::doCleanup() return"),
             trace.indexOf("PrimarySm::handleBfdPeerStatus(10.0.0.1) return"));
