@@ -16,6 +16,7 @@ namespace {
 using namespace ActiveArpTest;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 // `p` with "{key}" as the key's trace text and "{k}" as its form in text(table).
 std::string sub(std::string p, Vxlan::VlanIpPair const& k) {
@@ -165,7 +166,7 @@ TEST_F(ActiveArp, RemoteIpCopiesWhatSelectiveInstallPassesUnlessTheFarEndHoldsIt
 
 // ---- the enable logic ----
 
-// What a disabled copy's handlers do is the property's.
+// What a disabled copy's handlers write is the property's.
 TEST_F(ActiveArp, AnyOneSwitchEnablesAndTheirLossEmptiesAllButTheCapability) {
   copy.in->remoteIpIs(key(10, "10.0.0.1"), true);
   copy.in->localIpMacIs(key(10, "10.0.0.2"), macA);
@@ -185,6 +186,14 @@ TEST_F(ActiveArp, AnyOneSwitchEnablesAndTheirLossEmptiesAllButTheCapability) {
   copy.l2Vpn->l2LearningSwitch2Is(false);
   EXPECT_EQ(text(*copy.out), "capable\n") << "the capability the far end was told stays";
   EXPECT_FALSE(nested(*sm).initialized());
+  (void)trace.take();
+  copy.in->arpSelectiveInstallIs(false);
+  copy.in->remoteIpIs(key(10, "10.0.0.3"), true);
+  copy.config->validSviIs(Bridging::VlanIdOrNone(10), true);
+  copy.config->validSvi6Is(Bridging::VlanIdOrNone(10), true);
+  EXPECT_THAT(trace.take(), IsEmpty()) << "a disabled copy's handlers say nothing";
+  copy.in->remoteIpDel(key(10, "10.0.0.3"));
+  copy.in->arpSelectiveInstallIs(true);
   copy.config->arpSelectiveInstallIs(true);
   copy.out->remoteIpDelAll();
   copy.config->arpSelectiveInstall2Is(true);  // counts like the first switch: a full pass again
