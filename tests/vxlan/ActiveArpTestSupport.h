@@ -21,6 +21,12 @@ inline Vxlan::VlanIpPair key(std::uint16_t vlan, std::string_view addr) {
 }
 inline Lanx::EthAddr mac(std::string_view text) { return Lanx::EthAddr::parse(text); }
 inline Lanx::EthAddr const zeroMac;
+template <class T>
+std::string str(T const& v) {
+  std::ostringstream os;
+  os << v;
+  return os.str();
+}
 
 // "remote vlan/addr[=false]", "local ...", "mac vlan/addr mac" per entry, sorted, then the flags.
 inline std::string text(Vxlan::ActiveArpIpTable const& t, bool withCapability = true) {
