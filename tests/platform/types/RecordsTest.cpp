@@ -106,6 +106,17 @@ TEST(Records, EveryFieldCounts) {
       [](auto& v) { v.vtepIpIs(IpGenAddr::parse("2001:db8::1")); }, [](auto& v) { v.flagsIs(2); });
 }
 
+// The handlers read a record equal to its default as absent: a default that moved would make
+// rows appear or vanish.
+TEST(Records, DefaultsThatAreNotZero) {
+  EXPECT_TRUE(VxlanController::BfdPeerStatusV2().isEq(VxlanController::BfdPeerStatusV2("", IpAddr(), 3, 3)));
+  EXPECT_TRUE(VxlanController::MacVtepV2().isEq(VxlanController::MacVtepV2(EthAddr(), IpAddr(), 0, 16)));
+  EXPECT_EQ(Arp::ArpEntry().kind(), 1);
+  EXPECT_EQ(Shoal::Vxlan::LearnedHost().key().vlanId(), Bridging::VlanId(1));
+  EXPECT_EQ(Shoal::Bridging::ShoalFdbStatus().entryType(), Bridging::EntryType::unknownEntry);
+  EXPECT_EQ(L2Rib::Dest().destType(), L2Rib::DestType::none);
+}
+
 TEST(Records, OrderAndRawValues) {
   // Bfd::Peer: every field is part of the key and of the order, the first field deciding first.
   auto peer = [](char const* vrf, IntfId intf, std::uint32_t id, std::uint8_t type, IpAddr ip, std::uint8_t src) {
