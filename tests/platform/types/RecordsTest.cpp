@@ -274,6 +274,7 @@ TEST(BoundedStrings, FStringHoldsUpTo129BytesAndAVrfNameSortsDefaultFirst) {
   std::set<L3::VrfName> vrfs;
   for (char const* v : {"b", "Default", "a", "default", "defaults", "MGMT", "", "a"}) vrfs.emplace(v);
   std::vector<std::string_view> order;
+  order.reserve(vrfs.size());
   for (auto const& v : vrfs) order.push_back(v.view());
   EXPECT_EQ(order, (std::vector<std::string_view>{"default", "", "Default", "MGMT", "a", "b", "defaults"}));
   EXPECT_THROW((void)L3::VrfName(std::string(101, 'v')), Brix::RangeException) << "a bounded string of 100";
