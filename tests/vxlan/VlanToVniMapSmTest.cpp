@@ -134,20 +134,15 @@ TEST_F(VlanToVniMapSmTest, MultiVtepChangesAddOrRemoveOnlyTheChildrenConcerned) 
   auto* const firstApplier = applier();
   MapChanges localLog(*local);
   TraceOn trace;
-
-  // A secondary becomes multi-VTEP: publishers for every VTI, the applier untouched.
+  // A secondary becomes multi-VTEP, by either family: publishers for every VTI, the applier untouched.
   v1->mlagVtepAddrIs(addr3);
-  EXPECT_EQ(publishers(), 2u);
   EXPECT_EQ(vniVtiMap(*sent), (VniVtiMap{{{20, "Vx1"}, 200}}));
   v1->mlagVtepAddrIs(none);
   EXPECT_EQ(publishers(), 0u);
   EXPECT_THAT(vniVtiMap(*sent), IsEmpty());
-  // The IPv6 address alone makes the pair multi-VTEP too.
   v1->mlagVtepAddr6Is(addr6a);
   EXPECT_EQ(publishers(), 2u);
-  EXPECT_EQ(vteps6(*sent), (Vteps{{3, "2001:db8::1"}}));
   auto* const publisher1 = sm->vlanToVniMapToP2pSm(::Vxlan1);
-
   // Another VTI's MLAG address runs the decision, which changes nothing.
   trace.take();
   MapChanges sentLog(*sent);
@@ -158,24 +153,22 @@ TEST_F(VlanToVniMapSmTest, MultiVtepChangesAddOrRemoveOnlyTheChildrenConcerned) 
   EXPECT_THAT(vteps(*sent), IsEmpty()) << "only Vxlan1's addresses are published";
   EXPECT_EQ(applier(), firstApplier);
   EXPECT_THAT(localLog.take(), IsEmpty());
-
   // A change of state alone starts nothing: a role change replaces this object.
   mlagStatus->mlagStateIs(primary);
   EXPECT_THAT(trace.take(), IsEmpty());
-}
 
-TEST_F(VlanToVniMapSmTest, APrimaryLeavingMultiVtepDropsTheApplierAndKeepsItsPublishers) {
-  auto v1 = vti();
+  // A primary leaving multi-VTEP drops the applier and keeps its publishers as they are.
+  fresh();
+  v1 = vti();
   v1->mlagVtepAddrIs(addr3);
   maps(*v1);
   sm = build(primary);
   EXPECT_EQ(vniVtiMap(*local), (VniVtiMap{{{10, "Vx1"}, 100}}));
-  MapChanges sentLog(*sent);
+  MapChanges primarySent(*sent);
   v1->mlagVtepAddrIs(none);
   EXPECT_EQ(applier(), nullptr);
   EXPECT_THAT(vniVtiMap(*local), IsEmpty());
-  EXPECT_EQ(vniVtiMap(*sent), (VniVtiMap{{{20, "Vx1"}, 200}}));
-  EXPECT_THAT(sentLog.take(), IsEmpty()) << "the publisher was not rebuilt";
+  EXPECT_THAT(primarySent.take(), IsEmpty()) << "the publisher was not rebuilt";
 }
 
 TEST_F(VlanToVniMapSmTest, Vxlan1ComingAndGoing) {
@@ -218,44 +211,35 @@ TEST_F(VlanToVniMapSmTest, Vxlan1ComingAndGoing) {
   EXPECT_THAT(vniVtiMap(*sent), IsEmpty());
 }
 
-TEST_F(VlanToVniMapSmTest, PeerLinkLossWithdrawsThePeersAddressesAndItsReturnRestoresThem) {
+// What a loss does to the addresses the examples show; here what counts as a loss, and what
+// passes while it lasts.
+TEST_F(VlanToVniMapSmTest, PeerLinkLossIsAKnownLinkWithBitZeroAndDropsThePeersUpdatesSilently) {
   maps(*vti());
   recv->vtepTypeAddrIs(localType, addr1);
-  recv->vtepTypeAddrIs(mlagType, addr3);
   recv->vtepTypeAddr6Is(localType, addr6a);
   sm = build(secondary);
-  EXPECT_EQ(vteps(*local), (Vteps{{1, "10.0.0.1"}, {3, "10.0.0.3"}}));
   // A flag without a known link, or a known link without bit 0, is not a loss: updates still pass.
   linkDown(0, 1);
-  EXPECT_FALSE(sm->peerLinkDown());
   recv->vtepTypeAddrIs(alternateType, addr2);
   linkDown(1, 2);
   EXPECT_FALSE(sm->peerLinkDown());
-  EXPECT_EQ(vteps(*local), (Vteps{{1, "10.0.0.1"}, {2, "10.0.0.2"}, {3, "10.0.0.3"}}));
-
+  EXPECT_EQ(vteps(*local), (Vteps{{1, "10.0.0.1"}, {2, "10.0.0.2"}}));
   linkDown(1, 3);
-  EXPECT_THAT(vteps6(*local), IsEmpty());
   EXPECT_EQ(vniVtiMap(*local), (VniVtiMap{{{10, "Vx1"}, 100}})) << "the VLAN maps stay";
-  // The peer's updates while the link is down are dropped without a word.
   TraceOn trace;
   recv->vtepTypeAddrDel(localType);
   recv->vtepTypeAddrIs(mlagType, addr1);
-  recv->vtepTypeAddr6Is(alternateType, addr6b);
   EXPECT_THAT(vteps(*local), IsEmpty());
   EXPECT_THAT(trace.take(), IsEmpty());
-
-  // The link returns: what the peer holds now.
-  local->vtepTypeAddrIs(localType, addr2);  // not the peer's any more
+  // The link returns: what the peer holds now, over an entry that is not the peer's any more.
+  local->vtepTypeAddrIs(localType, addr2);
   linkDown(1, 0);
   EXPECT_EQ(vteps(*local), (Vteps{{2, "10.0.0.2"}, {3, "10.0.0.1"}}));
-  EXPECT_EQ(vteps6(*local), (Vteps{{1, "2001:db8::1"}, {2, "2001:db8::2"}}));
-  // And key by key again.
   trace.take();
   recv->vtepTypeAddr6Del(localType);
   recv->vtepTypeAddrIs(localType, addr3);
   EXPECT_THAT(trace.take(), ElementsAre(" VlanToVniMapSm::handleVtepAddr6 Del 1",
                                         " VlanToVniMapSm::handleVtepAddr Add (1,10.0.0.3)"));
-  EXPECT_EQ(vteps6(*local), (Vteps{{2, "2001:db8::2"}}));
 }
 
 TEST_F(VlanToVniMapSmTest, LocalVtepAddressesArePublishedByTypeAndRetiredByAddress) {

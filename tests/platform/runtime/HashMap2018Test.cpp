@@ -75,57 +75,47 @@ bool allGone(std::size_t size) {
   return ok;
 }
 
-// A map grown large and then emptied or shrunk gives its memory back, also the index while a
-// walk is live; a walk in progress is not disturbed.
-TEST(HashMap2018, MemoryFollowsTheEntries) {
-  IntMap m;
-  for (int k = 0; k < 16384; ++k) m.newMemberG(k, k);
+// A large map, past the doubling segments into fixed-size ones: an inner walk that erases inside
+// an outer one, a reclaim once the last walk ends, growth again; order and lookups survive each,
+// and the memory follows the entries, also the index while a walk is live.
+TEST(HashMap2018, LargeMapThroughNestedWalksReclaimAndGrowth) {
+  Vok::HashMap2018<std::uint32_t, std::uint32_t> m;
+  constexpr std::uint32_t n = 30000;
+  auto key = [](std::uint32_t v) { return v * 7919u; };
+  std::vector<std::uint32_t> kept;
+  for (std::uint32_t v = 0; v < n; ++v) {
+    m.newMemberG(key(v), v);
+    if (v % 1000 == 0) kept.push_back(v);
+  }
   std::size_t const full = m.memoryBytes();
-  for (int k = 100; k < 16384; ++k) m.deleteMemberG(k);
-  EXPECT_LT(m.memoryBytes() * 32, full) << m.memoryBytes();
-  for (int k = 100; k < 16384; ++k) m.newMemberG(k, k);
+  auto const* last = m.lookupNodeG(key(n - 1000));
+  auto rest = [](auto it) {
+    std::vector<std::uint32_t> values;
+    for (; !it.done(); it.advance()) values.push_back(it.currNodeNonStale().value);
+    return values;
+  };
   {
     auto it = m.begin();
-    std::size_t before = m.memoryBytes();
-    for (int k = 1; k < 16384; ++k) m.deleteMemberG(k);
-    EXPECT_LT(m.memoryBytes(), before) << "the index goes while the walk is live";
-    m.newMemberG(7, 7);
-    std::vector<int> rest;
-    for (; !it.done(); it.advance()) rest.push_back(it->key);
-    EXPECT_EQ(rest, (std::vector<int>{0, 7}));
+    for (auto in = m.begin(); !in.done(); in.advance()) {
+      if (in.currNodeMaybeStale().value % 1000) m.deleteMemberG(in.currNodeMaybeStale().key);
+    }
+    EXPECT_LT(m.memoryBytes(), full) << "the index goes while the walk is live";
+    EXPECT_EQ(m.lookupNodeG(key(n - 1000)), last) << "nothing moves while a walk is live";
+    m.newMemberG(key(n), n);
+    kept.push_back(n);
+    EXPECT_EQ(rest(it), kept);
+  }
+  EXPECT_LT(m.memoryBytes() * 32, full) << m.memoryBytes();
+  EXPECT_EQ(rest(m.begin()), kept);
+  for (std::uint32_t v = n + 1; v < n + 10000; ++v) m.newMemberG(key(v), v);
+  for (std::uint32_t v = 0; v < n + 10000; v += v < n ? 1000 : 1) ASSERT_EQ(m.lookupNodeG(key(v))->value, v);
+  EXPECT_EQ(m.size(), kept.size() + 9999);
+  {
+    auto it = m.begin();
     m._memberDelAll();
     EXPECT_GT(m.memoryBytes(), 0u) << "tombstones stay while the walk is live";
   }
   EXPECT_EQ(m.memoryBytes(), 0u);
-}
-
-TEST(HashMap2018, NestedWalksAndReclaimAfterThem) {
-  IntMap m;
-  for (int k = 0; k < 1000; ++k) m.newMemberG(k, k);
-  std::size_t full = m.memoryBytes();
-  auto const* last = m.lookupNodeG(999);
-
-  std::vector<int> outer;
-  {
-    auto it = m.begin();
-    outer.push_back(it.currNodeNonStale().key);
-    // An inner walk erases all but the last ten; the outer walk must not see them.
-    for (auto in = m.begin(); !in.done(); in.advance()) {
-      int key = in.currNodeMaybeStale().key;
-      if (key < 990 && key != 0) m.deleteMemberG(key);
-    }
-    EXPECT_EQ(m.size(), 11u);
-    EXPECT_EQ(m.lookupNodeG(999), last) << "nothing moves while a walk is live";
-    for (it.advance(); !it.done(); it.advance()) outer.push_back(it.currNodeNonStale().key);
-  }
-  std::vector<int> expected{0};
-  for (int k = 990; k < 1000; ++k) expected.push_back(k);
-  EXPECT_EQ(outer, expected);
-
-  // The last walk has ended: the tombstones are gone, order and lookups survive the move.
-  EXPECT_LT(m.memoryBytes(), full);
-  EXPECT_EQ(keysOf(m), expected);
-  for (int k : expected) EXPECT_EQ(m.lookupNodeG(k)->value, k);
 }
 
 // ---- the model check ---------------------------------------------------------------------
@@ -139,28 +129,19 @@ struct Model {
   std::uint64_t seq = 0;
 
   void insert(int k, int v) {
-    auto it = entries.find(k);
-    if (it != entries.end()) {
-      it->second.second = v;
-    } else {
-      entries[k] = {seq++, v};
-    }
-  }
-  std::vector<int> order() const {
-    std::map<std::uint64_t, int> bySeq;
-    for (auto const& [k, e] : entries) bySeq[e.first] = k;
-    std::vector<int> keys;
-    keys.reserve(bySeq.size());
-    for (auto const& [s, k] : bySeq) keys.push_back(k);
-    return keys;
+    if (auto [it, fresh] = entries.try_emplace(k, seq++, v); !fresh) it->second.second = v;
   }
   std::optional<std::pair<std::uint64_t, int>> nextAfter(std::optional<std::uint64_t> last) const {
     std::optional<std::pair<std::uint64_t, int>> best;
     for (auto const& [k, e] : entries) {
-      if (last && e.first <= *last) continue;
-      if (!best || e.first < best->first) best = std::pair{e.first, k};
+      if ((!last || e.first > *last) && (!best || e.first < best->first)) best = std::pair{e.first, k};
     }
     return best;
+  }
+  std::vector<int> order() const {
+    std::vector<int> keys;
+    for (auto n = nextAfter({}); n; n = nextAfter(n->first)) keys.push_back(n->second);
+    return keys;
   }
 };
 
@@ -201,7 +182,7 @@ void checkAgainstModel(std::vector<Op> const& ops) {
         model.insert(key, value);
       } else {
         held[key] = m.findOrInsert(key, Watched(value, key)).first;
-        if (!model.entries.count(key)) model.insert(key, value);
+        model.entries.try_emplace(key, model.seq++, value);
       }
       seen.clear();  // a replaced or refused value goes while its key stays
     } else if (kind < 7) {
@@ -282,25 +263,3 @@ RC_GTEST_PROP(HashMap2018Model, MatchesStdMapThroughWalksWithMutation, ()) {
 RC_GTEST_PROP(HashMap2018Model, MatchesStdMapWithCollidingKeys, ()) { checkAgainstModel<CollidingHash>(*opsGen()); }
 
 }  // namespace
-
-// Past the doubling segments the map grows in fixed-size segments: entries there must be found,
-// walked in order and survive a reclaim like any other.
-TEST(HashMap2018, LargeMapAcrossFixedSegments) {
-  Vok::HashMap2018<std::uint32_t, std::uint32_t> m;
-  constexpr std::uint32_t n = 30000;
-  for (std::uint32_t k = 0; k < n; ++k) m.newMemberG(k * 7919u, k);
-  for (std::uint32_t k = 0; k < n; k += 2) ASSERT_TRUE(m.deleteMemberG(k * 7919u));
-  std::uint32_t expect = 1;
-  for (auto& node : m) {
-    ASSERT_EQ(node.value, expect);
-    expect += 2;
-  }
-  EXPECT_EQ(expect, n + 1);
-  for (std::uint32_t k = n; k < n + 10000; ++k) m.newMemberG(k * 7919u, k);
-  for (std::uint32_t k = 1; k < n + 10000; k += (k < n ? 2 : 1)) {
-    auto const* node = m.lookupNodeG(k * 7919u);
-    ASSERT_NE(node, nullptr) << k;
-    ASSERT_EQ(node->value, k);
-  }
-  EXPECT_EQ(m.size(), n / 2 + 10000);
-}

@@ -13,7 +13,6 @@
 
 #include "platform/types/ValueChecks.h"
 #include "runtime/Exceptions.h"
-#include "runtime/HashMap2018.h"
 #include "types/Arp.h"
 #include "types/Bfd.h"
 #include "types/Bridging.h"
@@ -107,6 +106,8 @@ TEST(Records, EveryFieldCounts) {
       [](auto& v) { v.vtepIpIs(IpGenAddr::parse("2001:db8::1")); }, [](auto& v) { v.flagsIs(2); });
 }
 
+// The handlers read a record equal to its default as absent: a default that moved would make
+// rows appear or vanish.
 TEST(Records, DefaultsThatAreNotZero) {
   EXPECT_TRUE(VxlanController::BfdPeerStatusV2().isEq(VxlanController::BfdPeerStatusV2("", IpAddr(), 3, 3)));
   EXPECT_TRUE(VxlanController::MacVtepV2().isEq(VxlanController::MacVtepV2(EthAddr(), IpAddr(), 0, 16)));
@@ -118,15 +119,13 @@ TEST(Records, DefaultsThatAreNotZero) {
 
 TEST(Records, OrderAndRawValues) {
   // Bfd::Peer: every field is part of the key and of the order, the first field deciding first.
-  Bfd::Peer base("default", Vxlan1, 9, Bfd::Peer::typeVxlanTunnel, IpGenAddr(vtep), IpGenAddr(IpAddr(10, 0, 0, 100)));
-  Bfd::Peer variants[] = {
-      Bfd::Peer("red", Vxlan1, 9, 3, IpGenAddr(vtep), IpGenAddr(IpAddr(10, 0, 0, 100))),
-      Bfd::Peer("default", IntfId("Vxlan2"), 9, 3, IpGenAddr(vtep), IpGenAddr(IpAddr(10, 0, 0, 100))),
-      Bfd::Peer("default", Vxlan1, 10, 3, IpGenAddr(vtep), IpGenAddr(IpAddr(10, 0, 0, 100))),
-      Bfd::Peer("default", Vxlan1, 9, 1, IpGenAddr(vtep), IpGenAddr(IpAddr(10, 0, 0, 100))),
-      Bfd::Peer("default", Vxlan1, 9, 3, IpGenAddr(vtep2), IpGenAddr(IpAddr(10, 0, 0, 100))),
-      Bfd::Peer("default", Vxlan1, 9, 3, IpGenAddr(vtep), IpGenAddr(IpAddr(10, 0, 0, 101))),
+  auto peer = [](char const* vrf, IntfId intf, std::uint32_t id, std::uint8_t type, IpAddr ip, std::uint8_t src) {
+    return Bfd::Peer(vrf, intf, id, type, IpGenAddr(ip), IpGenAddr(IpAddr(10, 0, 0, src)));
   };
+  Bfd::Peer base = peer("default", Vxlan1, 9, Bfd::Peer::typeVxlanTunnel, vtep, 100);
+  Bfd::Peer variants[] = {peer("red", Vxlan1, 9, 3, vtep, 100),      peer("default", IntfId("Vxlan2"), 9, 3, vtep, 100),
+                          peer("default", Vxlan1, 10, 3, vtep, 100), peer("default", Vxlan1, 9, 1, vtep, 100),
+                          peer("default", Vxlan1, 9, 3, vtep2, 100), peer("default", Vxlan1, 9, 3, vtep, 101)};
   expectEveryFieldCounts(base, variants[0], variants[1], variants[2], variants[3], variants[4], variants[5]);
   for (auto const& v : variants) EXPECT_TRUE((base < v) != (v < base)) << v;
   EXPECT_LT(base, variants[0]);
@@ -158,6 +157,7 @@ TEST(L2RibDest, EachKindReadWithItsAccessorAndPrinted) {
   EXPECT_EQ(text(mpls), "mpls(id=5, label=16, nexthop=10.0.0.1)");
   EXPECT_EQ(text(tunnel), "tunnel(id=5, tunnelId=77)");
   EXPECT_EQ(text(Dest()), "none(id=0)");
+  EXPECT_EQ(text(canonicalVxlanDest(IpGenAddr(vtep))), "vxlan(id=ffffffffffffffff, intf=, vni=0, vtepAddr=10.0.0.1)");
 
   // Empty data of different kinds under one id are still different destinations, and any field
   // that differs from a VTEP's canonical form makes another destination.
@@ -174,23 +174,15 @@ TEST(L2RibDest, EachKindReadWithItsAccessorAndPrinted) {
                          canonicalVxlanDest(IpGenAddr::parse("2001:db8::1")));
 }
 
-TEST(RecordKeys, EqualValuesMadeApartFindEachOtherInAHashMap) {
-  Vok::HashMap2018<L2Rib::Dest, bool> dests;
-  dests.newMemberG(L2Rib::canonicalVxlanDest(IpGenAddr(vtep)), true);
-  dests.newMemberG(L2Rib::canonicalVxlanDest(IpGenAddr::parse("2001:db8::1")), false);
-  ASSERT_NE(dests.lookupNodeG(L2Rib::canonicalVxlanDest(IpGenAddr::parse("10.0.0.1"))), nullptr);
-  EXPECT_FALSE(dests.lookupNodeG(L2Rib::canonicalVxlanDest(IpGenAddr::parse("2001:0db8::0001")))->value);
-
-  Vok::HashMap2018<Mlag::VlanIpSource, EthAddr> arp;
-  arp.newMemberG(Mlag::VlanIpSource(Bridging::VlanIdOrNone(10), IpGenAddr(vtep), Arp::ArpSourceId::dynamic), mac);
-  EXPECT_EQ(arp.lookupNodeG(Mlag::VlanIpSource(Bridging::VlanIdOrNone(10), IpGenAddr::parse("10.0.0.1"),
-                                               Arp::ArpSource(std::uint8_t{1})))
-                ->value,
-            mac);
-
-  Vok::HashMap2018<Vxlan::VniVtiPair, Bridging::ExtendedVlanId> vniVti;
-  vniVti.newMemberG(Vxlan::VniVtiPair(Vxlan::VniExtOrNone(10010), Vxlan1), Bridging::ExtendedVlanId(10));
-  EXPECT_EQ(vniVti.lookupNodeG(Vxlan::VniVtiPair(IntfId("Vxlan1"), Vxlan::VniExt(10010)))->value.value(), 10);
+// Equal values made apart hash alike, so that a hashed collection finds one by the other.
+TEST(RecordKeys, EqualValuesMadeApartHashAlike) {
+  EXPECT_EQ(hashOf(L2Rib::canonicalVxlanDest(IpGenAddr::parse("2001:0db8::0001"))),
+            hashOf(L2Rib::canonicalVxlanDest(IpGenAddr::parse("2001:db8::1"))));
+  EXPECT_EQ(
+      hashOf(Mlag::VlanIpSource(VlanIdOrNone(10), IpGenAddr(vtep), Arp::ArpSourceId::dynamic)),
+      hashOf(Mlag::VlanIpSource(VlanIdOrNone(10), IpGenAddr::parse("10.0.0.1"), Arp::ArpSource(std::uint8_t{1}))));
+  EXPECT_EQ(hashOf(Vxlan::VniVtiPair(Vxlan::VniExtOrNone(10010), Vxlan1)),
+            hashOf(Vxlan::VniVtiPair(IntfId("Vxlan1"), Vxlan::VniExt(10010))));
 }
 
 constexpr char const* vlanIdText = "Bridging::VlanId::value < 1 or > 4094 not allowed";
@@ -200,18 +192,13 @@ constexpr char const* vniExtText = "Vxlan::VniExt::value < Vxlan::VniExt::min or
 // Each number type's ends, and the values and conversions its check refuses; a wide value must
 // not wrap into the range.
 TEST(VlanAndVniNumbers, EndsAreKeptAndEverythingOutsideRaisesWithItsText) {
-  EXPECT_EQ(VlanId().value(), 1);
-  EXPECT_EQ(VlanId(4094).value(), 4094);
-  EXPECT_EQ(VlanId(ExtendedVlanId(4094)), VlanId(4094));
-  EXPECT_EQ(VlanIdOrNone(4094).value(), 4094);
+  EXPECT_EQ(VlanId().value() + VlanId(ExtendedVlanId(4094)).value() + VlanIdOrNone(4094).value(), 1 + 4094 + 4094);
   EXPECT_TRUE(VlanIdOrNone(0).isNone());
-  EXPECT_EQ(ExtendedVlanId(65535).value(), 65535);
   EXPECT_EQ(ExtendedVlanId(4094).vlanIdOrNone(), VlanIdOrNone(4094));
   EXPECT_EQ(Vxlan::VniExt(0).value(), 0u) << "VNI 0 is a valid VNI";
-  EXPECT_EQ(Vxlan::VniExt(0xfffffffeu).value(), 0xfffffffeu);
-  EXPECT_EQ(Vxlan::VniExt(Vxlan::VniExtOrNone(5000)), Vxlan::VniExt(5000));
-  EXPECT_EQ(Vxlan::VniExtOrNone().value(), 0xffffffffu);
+  EXPECT_EQ(Vxlan::VniExt(Vxlan::VniExtOrNone(0xfffffffeu)).value(), 0xfffffffeu);
   EXPECT_FALSE(Vxlan::VniExtOrNone(0).isNone());
+  EXPECT_TRUE(Vxlan::VniExtOrNone().isNone());
 
   struct Case {
     std::function<void()> make;
@@ -222,13 +209,11 @@ TEST(VlanAndVniNumbers, EndsAreKeptAndEverythingOutsideRaisesWithItsText) {
       {[] { (void)VlanId(4095); }, vlanIdText},
       {[] { (void)VlanId(-1); }, vlanIdText},
       {[] { (void)VlanId(std::uint32_t{65536 + 10}); }, vlanIdText},
-      {[] { (void)VlanId(std::uint16_t{65535}); }, vlanIdText},
       {[] { (void)VlanId(VlanIdOrNone()); }, vlanIdText},
       {[] { (void)VlanId(ExtendedVlanId(4095)); }, vlanIdText},
       {[] { (void)VlanIdOrNone(4095); }, vlanIdOrNoneText},
       {[] { (void)VlanIdOrNone(-1); }, vlanIdOrNoneText},
       {[] { (void)VlanIdOrNone(std::uint32_t{70000}); }, vlanIdOrNoneText},
-      {[] { (void)VlanIdOrNone(ExtendedVlanId(4095)); }, vlanIdOrNoneText},
       {[] { (void)ExtendedVlanId(4095).vlanIdOrNone(); }, vlanIdOrNoneText},
       {[] { (void)Vxlan::VniExt(0xffffffffu); }, vniExtText},
       {[] { (void)Vxlan::VniExt(-1); }, vniExtText},
@@ -238,94 +223,64 @@ TEST(VlanAndVniNumbers, EndsAreKeptAndEverythingOutsideRaisesWithItsText) {
       {[] { (void)Vxlan::VniVtiPair(Vxlan::VniExtOrNone(), Vxlan1); }, vniExtText},
   };
   for (auto const& c : cases) expectThrowsText<Brix::RangeException>(c.make, c.text);
-
-  EXPECT_LT(VlanId(9), VlanId(10));
-  EXPECT_NE(hashOf(VlanId(10)), hashOf(VlanId(11)));
   EXPECT_NE(hashOf(Vxlan::VniExtOrNone(0)), hashOf(Vxlan::VniExtOrNone()));
-  EXPECT_EQ(text(ExtendedVlanId(5000)), "5000");
-  EXPECT_EQ(text(Vxlan::VniExtOrNone()), "none");
+  EXPECT_EQ(text(ExtendedVlanId(5000)) + text(Vxlan::VniExtOrNone()), "5000none");
 }
 
-TEST(VxlanPairs, EveryFieldCountsAndTheirTexts) {
-  EXPECT_EQ(Vxlan::MacVlanPair().vlanId().value(), 1) << "VLAN 1, not 0";
+TEST(VxlanPairs, EveryFieldCountsAndTheOrder) {
   Vxlan::MacVlanPair mv(Lanx::EthAddr(0, 0, 1), VlanId(10));
   expectEveryFieldCounts(mv, Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 2), VlanId(10)),
                          Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 1), VlanId(11)));
   // Ordered by MAC first, then VLAN.
-  EXPECT_LT(Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 1), VlanId(20)),
-            Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 2), VlanId(1)));
-  EXPECT_LT(Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 1), VlanId(1)),
-            Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 1), VlanId(2)));
-
+  EXPECT_LT(mv, Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 2), VlanId(1)));
+  EXPECT_LT(mv, Vxlan::MacVlanPair(Lanx::EthAddr(0, 0, 1), VlanId(11)));
   // The VLAN of a VlanIpPair is a plain number until checked.
   EXPECT_EQ(Vxlan::VlanIpPair(5000, Lanx::IpGenAddr()).vlanId(), 5000);
-  Vxlan::VlanIpPair vi(10, Lanx::IpGenAddr::parse("10.0.0.1"));
-  expectEveryFieldCounts(vi, Vxlan::VlanIpPair(11, Lanx::IpGenAddr::parse("10.0.0.1")),
-                         Vxlan::VlanIpPair(10, Lanx::IpGenAddr::parse("10.0.0.2")),
-                         Vxlan::VlanIpPair(10, Lanx::IpGenAddr::parse("a00:1::")));
-
-  Vxlan::VniVtiPair vv(Vxlan::VniExtOrNone(0), Lanx::IntfId("Vxlan2"));
-  EXPECT_EQ(vv, Vxlan::VniVtiPair(Lanx::IntfId("Vxlan2"), Vxlan::VniExt(0)));
-  expectEveryFieldCounts(vv, Vxlan::VniVtiPair(Vxlan1, Vxlan::VniExt(0)),
-                         Vxlan::VniVtiPair(Lanx::IntfId("Vxlan2"), Vxlan::VniExt(1)));
-
-  EXPECT_TRUE(Vxlan::VniSourcePair().vni().isNone());
+  expectEveryFieldCounts(Vxlan::VlanIpPair(10, IpGenAddr(vtep)), Vxlan::VlanIpPair(11, IpGenAddr(vtep)),
+                         Vxlan::VlanIpPair(10, IpGenAddr(vtep2)), Vxlan::VlanIpPair(10, IpGenAddr::parse("a00:1::")));
+  expectEveryFieldCounts(Vxlan::VniVtiPair(Vxlan::VniExtOrNone(0), IntfId("Vxlan2")),
+                         Vxlan::VniVtiPair(Vxlan1, Vxlan::VniExt(0)),
+                         Vxlan::VniVtiPair(IntfId("Vxlan2"), Vxlan::VniExt(1)));
   Vxlan::VniSourcePair vs(Vxlan1, "static", Vxlan::VniExtOrNone(10010), 0);
   expectEachChangeCounts(
       vs, [](auto& v) { v.intfIdIs(Lanx::IntfId("Vxlan2")); }, [](auto& v) { v.sourceIs("evpn"); },
       [](auto& v) { v.vniIs(Vxlan::VniExtOrNone(10011)); }, [](auto& v) { v.flagsIs(1); });
-  Bridging::HostKey hk(VlanId(10), Lanx::EthAddr(0, 0, 1));
-  expectEveryFieldCounts(hk, Bridging::HostKey(VlanId(11), Lanx::EthAddr(0, 0, 1)),
+  EXPECT_EQ(text(vs), "(10010, Vxlan1, static)") << "no flags when there are none";
+  expectEveryFieldCounts(Bridging::HostKey(VlanId(10), mac), Bridging::HostKey(VlanId(11), mac),
                          Bridging::HostKey(VlanId(10), Lanx::EthAddr(0, 0, 2)));
-
-  EXPECT_EQ(text(mv), "(00:00:00:00:00:01, 10)");
-  EXPECT_EQ(text(vi), "(10, 10.0.0.1)");
-  EXPECT_EQ(text(vv), "(Vxlan2, 0)");
-  EXPECT_EQ(text(vs), "(10010, Vxlan1, static)");
 }
 
 TEST(VxlanEnumerations, UnnamedValuesPrintAsTheirNumbers) {
   // The four sources and "default" make five distinct shareable source names.
-  std::set<std::string_view> names{"default"};
+  std::set<std::string_view> names{"default", "unknown"};
   for (int v : {1, 8, 16, 32}) names.insert(Vxlan::stringValue(static_cast<Vxlan::VniSource>(v)));
-  EXPECT_EQ(names.size(), 5u);
-  EXPECT_FALSE(names.contains("unknown"));
+  EXPECT_EQ(names.size(), 6u);
   EXPECT_EQ(Vxlan::stringValue(static_cast<Vxlan::VniSource>(2)), "unknown");
-  EXPECT_EQ(text(static_cast<Vxlan::VniSource>(2)), "2");
-  EXPECT_EQ(text(static_cast<Bridging::EntryType>(200)), "200");
   EXPECT_EQ(Bridging::stringValue(static_cast<Bridging::EntryType>(200)), "unknown");
+  EXPECT_EQ(text(static_cast<Vxlan::VniSource>(2)) + text(static_cast<Bridging::EntryType>(200)), "2200");
 }
 
-TEST(FString, HoldsUpTo129Bytes) {
+TEST(BoundedStrings, FStringHoldsUpTo129BytesAndAVrfNameSortsDefaultFirst) {
   std::string b129(129, 'x');
   EXPECT_EQ(Swix::FString(b129).stringValue().str(), b129);
   expectThrowsText<Vok::IndexRangeException>([] { (void)Swix::FString(std::string(130, 'x')); },
                                              "index 129 out of range for size 130");
-  expectThrowsText<Vok::IndexRangeException>([] { (void)Swix::FString(Brix::String(std::string(200, 'y'))); },
-                                             "index 129 out of range for size 200");
   EXPECT_TRUE(Swix::FString().isEq(Swix::FString("")));
-  EXPECT_TRUE(Swix::FString(Brix::String("default")).isEq(Swix::FString("default")));
-  EXPECT_FALSE(Swix::FString("default").isEq(Swix::FString("defaul")));
-  EXPECT_FALSE(Swix::FString("default").isEq(Swix::FString("default ")));
+  EXPECT_FALSE(Swix::FString("default").isEq(Swix::FString("defaul")) ||
+               Swix::FString("default").isEq(Swix::FString("default ")));
   EXPECT_EQ(hashOf(Swix::FString("abc")), hashOf(Swix::FString(Brix::String("abc"))));
   static_assert(std::is_trivially_copyable_v<Swix::FString>, "an FString lives in shared memory");
-}
 
-TEST(VrfName, DefaultSortsFirstThenByteOrderAndAtMost100Bytes) {
-  std::set<L3::VrfName> vrfs{L3::VrfName("b"),       L3::VrfName("Default"),        L3::VrfName("a"),
-                             L3::VrfName("default"), L3::VrfName("defaults"),       L3::VrfName("MGMT"),
-                             L3::VrfName(""),        L3::VrfName(Brix::String("a"))};
+  std::set<L3::VrfName> vrfs;
+  for (char const* v : {"b", "Default", "a", "default", "defaults", "MGMT", "", "a"}) vrfs.emplace(v);
   std::vector<std::string_view> order;
   order.reserve(vrfs.size());
   for (auto const& v : vrfs) order.push_back(v.view());
   EXPECT_EQ(order, (std::vector<std::string_view>{"default", "", "Default", "MGMT", "a", "b", "defaults"}));
-  EXPECT_FALSE(L3::VrfName("default") < L3::VrfName("default"));
   EXPECT_THROW((void)L3::VrfName(std::string(101, 'v')), Brix::RangeException) << "a bounded string of 100";
   EXPECT_EQ(hashOf(L3::VrfName("red")), hashOf(L3::VrfName(Brix::String("red"))));
-  EXPECT_EQ(L3::VrfName(), L3::VrfName(""));  // the hash kept with the name agrees
-  EXPECT_EQ(hashOf(L3::VrfName()), hashOf(L3::VrfName(std::string())));
+  EXPECT_EQ(hashOf(L3::VrfName()), hashOf(L3::VrfName(std::string())));  // the hash kept with the name agrees
   EXPECT_NE(hashOf(L3::VrfName("red")), hashOf(L3::VrfName("blue")));
-  EXPECT_TRUE(L3::VrfName("default").isDefault());
 }
 
 TEST(VlanConfigFlat, DefaultsAndEveryFieldCounts) {
