@@ -16,12 +16,14 @@ namespace Sim {
 
 struct LeftBehind {
   // Over a dump line's name (the entity first), whole. A name in braces stands for any of the
-  // values the inputs give it (Placeholders); such an entry applies only while there is one.
-  // "{vni}": a VNI that has been mapped to more than one VLAN of a VTI at once; "{arpKey}": an
-  // active ARP key that both switches hold; "{arpAddr}": an IPv4 address that two ARP input keys
-  // of one VRF have held at once; "{goneVti}": a VTI that has left a switch's directory and is
-  // not back; "{afterVtiLoss}": the empty text, once a VTI has left a
-  // switch's directory while another stayed (so the entry applies from then on).
+  // values the inputs give it (Placeholders); such an entry applies only while there is one:
+  //   {vni}           a VNI that has been mapped to more than one VLAN of a VTI at once;
+  //   {arpKey}        an active ARP key that both switches hold;
+  //   {arpAddr}       an IPv4 address that two ARP input keys of one VRF have held at once;
+  //   {goneVti}       a VTI that has left a switch's directory and is not back;
+  //   {bareBumVlan}   a VLAN whose BUM list has been without an address;
+  //   {afterVtiLoss}  the empty text, once a VTI has left a switch's directory while another
+  //                   stayed (so the entry applies from then on).
   char const* pattern;
   char const* why;
   // Also excuses a line that the fresh pair holds with another value, or that only it holds.
@@ -73,7 +75,7 @@ inline constexpr LeftBehind leftBehindTable[] = {
      "the input's localIpMac. So whether such an entry stands follows whether the key last changed before or "
      "after the last re-evaluation (a role, a VTI, a capability or a configuration change).",
      true},
-    {R"(sdeOutput\.vlanFloodSet\[\d+\]\.(vlanId|floodSet\[[^\]]+\]\.(macAddr|floodSetType)))",
+    {R"(sdeOutput\.vlanFloodSet\[{bareBumVlan}\]\.(vlanId|floodSet\[[^\]]+\]\.(macAddr|floodSetType)))",
      "On the legacy road a BUM list without addresses is history-bound twice over. Its flood set goes with the "
      "list's last address though the list stays, and comes back only with an address or a type change, where "
      "a list that arrives without addresses makes its flood set at once. And the flood set takes the list's "
@@ -95,7 +97,8 @@ inline constexpr LeftBehind leftBehindTable[] = {
 // The values of the names in braces in the table's patterns, as the inputs give them.
 using Placeholders = std::map<std::string, std::set<std::string>>;
 
-inline constexpr char const* placeholderNames[] = {"{vni}", "{arpKey}", "{arpAddr}", "{goneVti}", "{afterVtiLoss}"};
+inline constexpr char const* placeholderNames[] = {"{vni}",     "{arpKey}",      "{arpAddr}",
+                                                   "{goneVti}", "{bareBumVlan}", "{afterVtiLoss}"};
 
 // The entry that excuses a difference in `line` (`leftBehind`: the soaked pair holds it, a fresh
 // one does not), `differing` being every line in which the pair differs from the fresh one;

@@ -212,6 +212,19 @@ void InputState::noteConflicts() {
         if (!seen.insert(vni).second) conflicted_.insert(vni);
       }
     }
+    // sdeInput.vlanFloodSet[VLAN].floodSet[zero MAC]...: a VLAN whose BUM list has no address.
+    static std::regex const zeroMacSet(
+        R"(sdeInput\.vlanFloodSet\[(\d+)\]\.floodSet\[00:00:00:00:00:00\](\.destSet\[.*)?.*)");
+    std::map<std::string, bool> addressed;
+    for (auto const& [path, value] : in.sets) {
+      std::smatch m;
+      if (!std::regex_match(path, m, zeroMacSet)) continue;
+      bool& a = addressed[m[1].str()];
+      a = a || (m[2].matched && value == "true");
+    }
+    for (auto const& [vlan, a] : addressed) {
+      if (!a) bareBumVlans_.insert(vlan);
+    }
     // arpInputConfig.vrf[VRF].ipv4[ADDR/INTF]: the VRF and the address.
     std::set<std::pair<std::string, std::string>> seen;
     static std::regex const arpKey(R"(arpInputConfig\.vrf\[([^\]]+)\]\.ipv4\[([^/\]]+)/[^\]]+\].*)");
@@ -292,6 +305,7 @@ CheckOutcome soakCheck(Pair& pair, InputState const& inputs, FreshFault const& f
       {"{arpKey}", inputs.sharedActiveArpKeys()},
       {"{arpAddr}", inputs.sharedArpAddrs()},
       {"{goneVti}", inputs.goneVtis()},
+      {"{bareBumVlan}", inputs.bareBumVlans()},
       {"{afterVtiLoss}", inputs.vtiLostBesideOthers() ? std::set<std::string>{""} : std::set<std::string>{}}};
   auto const reported = reportedNames(pair.a);
   std::vector<Difference> all;

@@ -44,6 +44,9 @@ class InputState {
   // The IPv4 addresses that two keys of one VRF's ARP input have held at once, ever: the
   // published table is keyed by address alone, so the key written or deleted last decides it.
   std::set<std::string> const& sharedArpAddrs() const noexcept { return sharedArpAddrs_; }
+  // The VLANs whose zero-MAC flood set a switch's source directory has held, ever, with no
+  // destination: the BUM list made of it has no address.
+  std::set<std::string> const& bareBumVlans() const noexcept { return bareBumVlans_; }
   // The VTIs that have left a switch's directory and are not back in it.
   std::set<std::string> goneVtis() const;
   // Whether a VTI has ever left a switch's directory while another stayed in it.
@@ -71,6 +74,7 @@ class InputState {
   double delay_ = 0.0;
   std::set<std::string> conflicted_;
   std::set<std::string> sharedArpAddrs_;
+  std::set<std::string> bareBumVlans_;
   bool vtiLostBesideOthers_ = false;
 };
 
