@@ -4,6 +4,7 @@
 // else: a line that the two hold with different values is never excused.
 #pragma once
 
+#include <algorithm>
 #include <iterator>
 #include <map>
 #include <regex>
@@ -112,9 +113,15 @@ inline LeftBehind const* excusedBy(std::string const& line, bool leftBehind, Pla
     return nullptr;
   };
   // The patterns without a placeholder, compiled once.
+  // The patterns without a placeholder and the causes, compiled once.
   static std::vector<std::regex> const fixed = [&] {
     std::vector<std::regex> out;
     for (LeftBehind const& e : leftBehindTable) out.emplace_back(placeholderOf(e.pattern) ? "$^" : e.pattern);
+    return out;
+  }();
+  static std::vector<std::regex> const causes = [] {
+    std::vector<std::regex> out;
+    for (LeftBehind const& e : leftBehindTable) out.emplace_back(e.onlyWith ? e.onlyWith : "$^");
     return out;
   }();
   auto escaped = [](std::string const& v) {
@@ -125,18 +132,15 @@ inline LeftBehind const* excusedBy(std::string const& line, bool leftBehind, Pla
     }
     return out;
   };
-  auto withCause = [&](LeftBehind const& e) {
-    if (!e.onlyWith) return true;
-    std::regex const cause(e.onlyWith);
-    for (std::string const& d : differing) {
-      if (std::regex_match(d, cause)) return true;
-    }
-    return false;
+  auto withCause = [&](std::size_t i) {
+    if (!leftBehindTable[i].onlyWith) return true;
+    return std::any_of(differing.begin(), differing.end(),
+                       [&](std::string const& d) { return std::regex_match(d, causes[i]); });
   };
   for (std::size_t i = 0; i < std::size(leftBehindTable); ++i) {
     LeftBehind const& e = leftBehindTable[i];
     if (!leftBehind && !e.anyDifference) continue;
-    if (!withCause(e)) continue;
+    if (!withCause(i)) continue;
     std::string const pattern = e.pattern;
     char const* name = placeholderOf(pattern);
     if (!name) {

@@ -91,7 +91,7 @@ void InputState::apply(Step const& step) {
           writeOver(in.sets, kv.first.Scalar(), YAML::Dump(kv.second));
         }
       }
-      noteConflicts();
+      noteSetHistory();
     }
     if (auto del = n["delete"]) {
       if (del.IsScalar()) {
@@ -212,26 +212,29 @@ void InputState::noteConflicts() {
         if (!seen.insert(vni).second) conflicted_.insert(vni);
       }
     }
-    // sdeInput.vlanFloodSet[VLAN].floodSet[zero MAC]...: a VLAN whose BUM list has no address.
-    static std::regex const zeroMacSet(
-        R"(sdeInput\.vlanFloodSet\[(\d+)\]\.floodSet\[00:00:00:00:00:00\](\.destSet\[.*)?.*)");
+  }
+}
+
+void InputState::noteSetHistory() {
+  // sdeInput.vlanFloodSet[VLAN].floodSet[zero MAC]...: a VLAN's BUM list, with an address or not;
+  // arpInputConfig.vrf[VRF].ipv4[ADDR/INTF]: the VRF and the address.
+  static std::regex const zeroMacSet(
+      R"(sdeInput\.vlanFloodSet\[(\d+)\]\.floodSet\[00:00:00:00:00:00\](\.destSet\[.*)?.*)");
+  static std::regex const arpKey(R"(arpInputConfig\.vrf\[([^\]]+)\]\.ipv4\[([^/\]]+)/[^\]]+\].*)");
+  for (Inputs const& in : inputs_) {
     std::map<std::string, bool> addressed;
+    std::set<std::pair<std::string, std::string>> seen;
     for (auto const& [path, value] : in.sets) {
       std::smatch m;
-      if (!std::regex_match(path, m, zeroMacSet)) continue;
-      bool& a = addressed[m[1].str()];
-      a = a || (m[2].matched && value == "true");
+      if (std::regex_match(path, m, zeroMacSet)) {
+        bool& a = addressed[m[1].str()];
+        a = a || (m[2].matched && value == "true");
+      } else if (std::regex_match(path, m, arpKey) && !seen.emplace(m[1].str(), m[2].str()).second) {
+        sharedArpAddrs_.insert(m[2].str());
+      }
     }
     for (auto const& [vlan, a] : addressed) {
       if (!a) bareBumVlans_.insert(vlan);
-    }
-    // arpInputConfig.vrf[VRF].ipv4[ADDR/INTF]: the VRF and the address.
-    std::set<std::pair<std::string, std::string>> seen;
-    static std::regex const arpKey(R"(arpInputConfig\.vrf\[([^\]]+)\]\.ipv4\[([^/\]]+)/[^\]]+\].*)");
-    for (auto const& [path, value] : in.sets) {
-      std::smatch m;
-      if (!std::regex_match(path, m, arpKey)) continue;
-      if (!seen.emplace(m[1].str(), m[2].str()).second) sharedArpAddrs_.insert(m[2].str());
     }
   }
 }

@@ -68,7 +68,8 @@ class InputState {
     std::set<std::string> goneVtis;  // ever removed; goneVtis() leaves out those back since
     Writes sets;
   };
-  void noteConflicts();
+  void noteConflicts();   // after a VTI's map changes: the VNIs on two VLANs
+  void noteSetHistory();  // after a write: ARP addresses on two keys, BUM lists without addresses
 
   std::array<Inputs, 2> inputs_;
   double delay_ = 0.0;
