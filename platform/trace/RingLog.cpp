@@ -103,6 +103,20 @@ void RingBuf::makeRoom(std::uint64_t size) noexcept {
   // A sixteenth of the ring, at most 4 KiB: a reader loses that much of the oldest history at
   // most, and eviction reads the records it drops in one sequential pass.
   std::uint64_t const slack = std::min<std::uint64_t>(cap_ / 16, 4096);
+  // The tail jumps to the first record starting at `need` or after, found through the index: the
+  // i-th KiB from need's holds the positions below need + (i + 1) KiB of this lap. An entry from
+  // another lap (older, or the head's own KiB when need lies ahead of the head in it) is passed.
+  std::uint64_t const need = head_ + size + slack - cap_;
+  std::size_t const blocks = blockFirst_.size();
+  std::size_t b = static_cast<std::size_t>((need % cap_) >> blockShift);
+  for (std::size_t i = 0; i < blocks; ++i, b = b + 1 == blocks ? 0 : b + 1) {
+    std::uint64_t const first = blockFirst_[b];
+    if (first >= need && first - need < (std::uint64_t{i} + 1) << blockShift && first <= head_) {
+      tail_ = first;
+      tailOff_ = first % cap_;
+      break;
+    }
+  }
   while (tail_ < head_ && head_ + size + slack - tail_ > cap_) evictOldest();
   hdr_->tail = tail_;
   std::atomic_signal_fence(std::memory_order_release);
@@ -181,6 +195,7 @@ std::unique_ptr<TraceFile> TraceFile::open(std::string const& path, SizeSpec con
     r.file_ = f.get();
     r.cap_ = cap;
     r.maxRecord_ = (cap / 2) & ~std::uint64_t{7};
+    r.blockFirst_.assign(static_cast<std::size_t>((cap + (1U << RingBuf::blockShift) - 1) >> RingBuf::blockShift), 0);
     off += cap;
   }
   return f;

@@ -166,36 +166,50 @@ TEST_F(TraceTest, AStatementIsDescribedAgainInAFileThatDoesNotKnowIt) {
   EXPECT_EQ(textsOf(decoded(*b)), (Texts{"VlanToVniMapToP2pSm::handleVlanToVniMap(3) vni 4"}));
 }
 
+// Rings of one to thirteen KiB, records from 40 bytes to over a KiB: each level keeps a run of
+// its newest records without a gap, and loses at most the room making frees ahead of a record.
 TEST_F(TraceTest, EachLevelKeepsItsNewestRecordsWhenItsRingWraps) {
-  auto rl = open("wrap.rl", kib(1));
-  constexpr std::uint32_t perLevel = 300;
+  RingLog::SizeSpec sizes{{1, 2, 3, 5, 8, 13, 1, 2, 3, 5}};
+  auto rl = open("wrap.rl", sizes);
+  constexpr std::uint32_t perLevel = 900;
+  auto pad = [](std::uint32_t n) { return std::string(n % 37 == 0 ? 400 : n * 7 % 41, 'x'); };
+  auto check = [&](std::uint32_t written) {
+    auto f = decoded(*rl);
+    ASSERT_TRUE(f.ok()) << f.errors.front();
+    std::vector<std::vector<std::uint32_t>> numbers(10);
+    std::vector<std::uint64_t> keptBytes(10);
+    std::uint32_t lastIndex = 0;
+    for (auto const& r : f.records) {
+      std::uint32_t index = 0, n = 0;
+      int level = 0;
+      ASSERT_EQ(std::sscanf(r.text.c_str(), "record %u of level %d number %u", &index, &level, &n), 3) << r.text;
+      EXPECT_EQ(r.text, fmt::format("record {} of level {} number {} {}", index, r.level, n, pad(n)));
+      EXPECT_TRUE(index > lastIndex || &r == &f.records.front()) << "merged order differs from written order";
+      lastIndex = index;
+      numbers[static_cast<std::size_t>(level)].push_back(n);
+      // header, three numbers and the text's length, rounded up to 8
+      keptBytes[static_cast<std::size_t>(level)] += (24 + 4 + 1 + 4 + 2 + pad(n).size() + 7) / 8 * 8;
+    }
+    for (int level = 0; level < 10; ++level) {
+      auto const& ns = numbers[static_cast<std::size_t>(level)];
+      if (level == 8) continue;  // text only
+      ASSERT_FALSE(ns.empty()) << "level " << level;
+      EXPECT_LT(ns.size(), written) << "level " << level << " did not wrap";
+      EXPECT_EQ(ns.back(), written - 1) << "level " << level << " lost its newest record";
+      for (std::size_t k = 1; k < ns.size(); ++k) EXPECT_EQ(ns[k], ns[k - 1] + 1) << "level " << level;
+      // Room is made a sixteenth of the ring (at most 4 KiB) ahead of a record, up to the next
+      // KiB boundary and past a record that straddles it; the rest of the ring holds history.
+      std::uint64_t const cap = std::uint64_t{sizes.size[static_cast<std::size_t>(level)]} * 1024;
+      EXPECT_GE(keptBytes[static_cast<std::size_t>(level)] + cap / 16 + 1024 + 2 * 448, cap) << "level " << level;
+    }
+  };
   std::uint32_t i = 0;
-  auto pad = [](std::uint32_t n) { return std::string(n * 7 % 41, 'x'); };
   for (std::uint32_t n = 0; n < perLevel; ++n) {
     [&]<int... L>(std::integer_sequence<int, L...>) { (emitAt<L>(rl.get(), i++, n, pad(n)), ...); }
     (std::make_integer_sequence<int, 10>{});
-  }
-
-  auto f = decoded(*rl);
-  ASSERT_TRUE(f.ok()) << f.errors.front();
-  std::vector<std::vector<std::uint32_t>> numbers(10);
-  std::uint32_t lastIndex = 0;
-  for (auto const& r : f.records) {
-    std::uint32_t index = 0, n = 0;
-    int level = 0;
-    ASSERT_EQ(std::sscanf(r.text.c_str(), "record %u of level %d number %u", &index, &level, &n), 3) << r.text;
-    EXPECT_EQ(r.text, fmt::format("record {} of level {} number {} {}", index, r.level, n, pad(n)));
-    EXPECT_TRUE(index > lastIndex || &r == &f.records.front()) << "merged order differs from written order";
-    lastIndex = index;
-    numbers[static_cast<std::size_t>(level)].push_back(n);
-  }
-  for (int level = 0; level < 10; ++level) {
-    auto const& ns = numbers[static_cast<std::size_t>(level)];
-    if (level == 8) continue;  // text only
-    ASSERT_GT(ns.size(), 5u) << "level " << level;
-    EXPECT_LT(ns.size(), perLevel) << "level " << level << " did not wrap";
-    EXPECT_EQ(ns.back(), perLevel - 1) << "level " << level << " lost its newest record";
-    for (std::size_t k = 1; k < ns.size(); ++k) EXPECT_EQ(ns[k], ns[k - 1] + 1) << "level " << level;
+    if (n >= perLevel / 2) {
+      ASSERT_NO_FATAL_FAILURE(check(n + 1)) << "after " << n + 1 << " records a level";
+    }
   }
 }
 
