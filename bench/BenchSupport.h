@@ -36,14 +36,17 @@ struct TempDir {
   std::string path;
 };
 
-// A ring record as a baseline writes it: a fixed-size header and the values' bytes.
+// A ring record as a baseline writes it: a fixed-size header and the values' bytes. Its stamp is
+// read as the library reads a record's (stamp()): a record without its time is not the same work.
 template <class Values>
 struct PlainRecord {
   int msgId;
   std::uint64_t seq;
-  double time;
+  std::uint64_t stamp;
   Values values;
 };
+
+inline std::uint64_t stamp() noexcept { return RingLog::recordStamp(); }
 
 // Ring records the library's statements have written so far; 0 without a ring file.
 inline std::uint64_t ringRecordsWritten() {

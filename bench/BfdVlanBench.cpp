@@ -56,7 +56,7 @@ struct Ring {
   std::uint64_t seq = 0;
   template <class V>
   void put(int msgId, V const& v) {
-    Record& r = records.emplace_back(Record{msgId, ++seq, Vok::System::currentTime(), {}});
+    Record& r = records.emplace_back(Record{msgId, ++seq, BenchSupport::stamp(), {}});
     static_assert(sizeof(V) <= sizeof(r.values));
     std::memcpy(r.values.data(), &v, sizeof(V));
   }
