@@ -214,6 +214,7 @@ class HashMap2018 {
         i_ += static_cast<std::uint32_t>(std::countr_one(w));
       }
       if (i_ >= n) return;
+      m_->walkHint_ = i_;
       if (i_ != from || i_ >= segEnd_) reseat();
     }
     void reseat() noexcept {
@@ -300,6 +301,9 @@ class HashMap2018 {
 
   std::uint32_t find(K const& key, std::uint64_t h) const noexcept {
     if (live_ == 0) return kEmpty;
+    // A handler called from a walk step mostly reads back the entry the walk stands on: found
+    // there, without probing the index. Slots do not move while a walk is live.
+    if (walkers_ != 0 && walkHint_ < count_ && !isDead(walkHint_) && slot(walkHint_).key == key) return walkHint_;
     for (std::size_t b = bucketOf(h);; b = (b + 1) & mask()) {
       Bucket const& e = index_[b];
       if (e.slot == kEmpty) return kEmpty;
@@ -432,6 +436,7 @@ class HashMap2018 {
     std::swap(live_, o.live_);
     std::swap(deadCount_, o.deadCount_);
     std::swap(walkers_, o.walkers_);
+    std::swap(walkHint_, o.walkHint_);
     std::swap(reclaimDue_, o.reclaimDue_);
     std::swap(erasedInWalk_, o.erasedInWalk_);
   }
@@ -443,8 +448,9 @@ class HashMap2018 {
   std::uint32_t live_ = 0;
   std::uint32_t deadCount_ = 0;
   std::uint32_t walkers_ = 0;
-  bool reclaimDue_ = false;    // an insert grew the map past many tombstones
-  bool erasedInWalk_ = false;  // reclaim when the last walk ends
+  std::uint32_t walkHint_ = kEmpty;  // the slot a walk stepped onto last
+  bool reclaimDue_ = false;          // an insert grew the map past many tombstones
+  bool erasedInWalk_ = false;        // reclaim when the last walk ends
 };
 
 }  // namespace Vok

@@ -229,6 +229,13 @@ void checkAgainstModel(std::vector<Op> const& ops) {
           default:
             break;
         }
+        // Read back during the walk, the key it stands on too (gone after case 0).
+        for (int k : {current, other}) {
+          auto const* n = m.lookupNodeG(k);
+          auto e = model.entries.find(k);
+          RC_ASSERT((n != nullptr) == (e != model.entries.end()));
+          if (n) RC_ASSERT(n->key == k && n->value.v == e->second.second);
+        }
         checkHeld();
         RC_ASSERT(Watched::live == static_cast<int>(model.entries.size()));
       }
