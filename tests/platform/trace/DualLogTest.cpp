@@ -200,7 +200,7 @@ TEST_F(TraceTest, EachLevelKeepsItsNewestRecordsWhenItsRingWraps) {
       // Room is made a sixteenth of the ring (at most 4 KiB) ahead of a record, up to the next
       // KiB boundary and past a record that straddles it; the rest of the ring holds history.
       std::uint64_t const cap = std::uint64_t{sizes.size[static_cast<std::size_t>(level)]} * 1024;
-      EXPECT_GE(keptBytes[static_cast<std::size_t>(level)] + cap / 16 + 1024 + std::uint64_t{2 * 448}, cap)
+      EXPECT_GE(keptBytes[static_cast<std::size_t>(level)] + cap / 16 + 1024 + std::uint64_t{2} * 448, cap)
           << "level " << level;
     }
   };
