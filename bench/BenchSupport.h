@@ -4,6 +4,7 @@
 // records: those the library wrote, and the plain record a baseline appends in their place.
 #pragma once
 
+#include <malloc.h>
 #include <stdlib.h>
 
 #include <atomic>
@@ -47,6 +48,12 @@ struct PlainRecord {
 };
 
 inline std::uint64_t stamp() noexcept { return RingLog::recordStamp(); }
+
+// An end-to-end benchmark tears everything down between rounds and builds it again; malloc would
+// give the freed memory back to the system and the next round would fault it in again, which a
+// long-lived agent does not see. Every program keeps what it freed, for the figures and the
+// baselines alike.
+inline int const keepFreedMemory = ::mallopt(M_TRIM_THRESHOLD, 256 << 20) + ::mallopt(M_MMAP_THRESHOLD, 256 << 20);
 
 // Ring records the library's statements have written so far; 0 without a ring file.
 inline std::uint64_t ringRecordsWritten() {

@@ -21,7 +21,6 @@
 //   runtime, the entities and the dispatch.
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 
 #include <array>
 #include <cstdint>
@@ -38,11 +37,6 @@
 namespace {
 
 BenchSupport::TempDir benchDir(true);
-
-// Each round's teardown frees thousands of children, and the baselines' maps their large
-// arrays; malloc would give that memory back to the system and the next round would fault it in
-// again, which a long-lived agent does not see. Both sides keep what they freed.
-int const keepFreedMemory = ::mallopt(M_TRIM_THRESHOLD, 256 << 20) + ::mallopt(M_MMAP_THRESHOLD, 256 << 20);
 
 struct Setting {
   Vok::ManualLoop loop{1000.0};
