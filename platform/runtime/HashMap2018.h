@@ -12,9 +12,10 @@
 // pointer therefore keeps pointing at its entry until the next removal, or, for a removal made
 // during a walk, until the last walk ends.
 //
-// Memory follows the entries: a reclaim gives back the segments the live slots no longer need
-// and shrinks the index to a load of at least a quarter; during a walk an erase shrinks the index
-// once the entries fill an eighth of it; a map emptied outside a walk holds nothing.
+// Memory follows the entries: a reclaim (at the latest when tombstones outnumber the live entries
+// three to one) gives back the segments the live slots no longer need and shrinks the index to a
+// load of at least a quarter; during a walk an erase shrinks the index once the entries fill an
+// eighth of it; a map emptied outside a walk holds nothing.
 #pragma once
 
 #include <algorithm>
@@ -111,7 +112,9 @@ class HashMap2018 {
     // a reclaim moves slots.
     if (out) *out = std::move(v);
     v = V{};
-    // Outside a walk a reclaim comes at every halving and sizes the index itself.
+    // Outside a walk a reclaim comes once tombstones outnumber the live entries three to one, and
+    // sizes the index itself: a map erased down moves each survivor about a third of a time, not
+    // once per halving, and holds at most four slots per live entry meanwhile.
     if (!maybeReclaim() && walkers_ > 0 && indexOversized()) rebuildIndex(shrunkIndexSize());
     return true;
   }
@@ -376,8 +379,8 @@ class HashMap2018 {
   }
 
   bool maybeReclaim() {
-    bool due =
-        walkers_ == 0 && deadCount_ > 0 && (live_ == 0 || reclaimDue_ || (deadCount_ > 8 && deadCount_ * 2 > count_));
+    bool due = walkers_ == 0 && deadCount_ > 0 &&
+               (live_ == 0 || reclaimDue_ || (deadCount_ > 8 && deadCount_ > std::uint64_t{3} * live_));
     if (due) reclaim();
     return due;
   }
