@@ -112,9 +112,9 @@ class HashMap2018 {
     // a reclaim moves slots.
     if (out) *out = std::move(v);
     v = V{};
-    // Outside a walk a reclaim comes once tombstones outnumber the live entries three to one, and
-    // sizes the index itself: a map erased down moves each survivor about a third of a time, not
-    // once per halving, and holds at most four slots per live entry meanwhile.
+    // Outside a walk a reclaim comes once tombstones outnumber the live entries three to one (see
+    // maybeReclaim), and sizes the index itself: a map erased down moves each survivor about a
+    // third of a time, not once per halving, and holds at most four slots per live entry.
     if (!maybeReclaim() && walkers_ > 0 && indexOversized()) rebuildIndex(shrunkIndexSize());
     return true;
   }
@@ -378,9 +378,13 @@ class HashMap2018 {
     }
   }
 
+  // Due when tombstones outnumber the live entries three to one, or already one to one when every
+  // slot is used: reclaiming then spares the next insert a new segment, so a map whose entries
+  // come and go settles without allocating.
   bool maybeReclaim() {
-    bool due = walkers_ == 0 && deadCount_ > 0 &&
-               (live_ == 0 || reclaimDue_ || (deadCount_ > 8 && deadCount_ > std::uint64_t{3} * live_));
+    bool const many =
+        deadCount_ > std::uint64_t{3} * live_ || (deadCount_ > live_ && count_ == segmentCapacity(segments_.size()));
+    bool due = walkers_ == 0 && deadCount_ > 0 && (live_ == 0 || reclaimDue_ || (deadCount_ > 8 && many));
     if (due) reclaim();
     return due;
   }
@@ -413,11 +417,16 @@ class HashMap2018 {
     for (std::uint32_t s = to; s < count_; ++s) slot(s).~Node();
     count_ = to;
     deadCount_ = 0;
-    std::size_t const words = (count_ + 63) / 64;
-    if (dead_.capacity() > 2 * words) dead_ = std::vector<std::uint64_t>(words, 0);
-    dead_.assign(words, 0);
-    // Keep the segments the live slots need and one spare, so a map that shrank gives memory back.
+    // Keep the segments the live slots need and one spare, so a map that shrank gives memory back,
+    // and the tombstone bits for every slot kept: filling those slots again allocates nothing.
     while (segments_.size() > 1 && segmentCapacity(segments_.size() - 2) >= count_) segments_.pop_back();
+    std::size_t const slotWords = (segmentCapacity(segments_.size()) + 63) / 64;
+    if (dead_.capacity() > 2 * slotWords) {
+      std::vector<std::uint64_t> fewer;
+      fewer.reserve(slotWords);
+      dead_.swap(fewer);
+    }
+    dead_.assign((count_ + 63) / 64, 0);
     if (indexOversized()) {
       std::vector<Bucket>(shrunkIndexSize(), Bucket{}).swap(index_);
     } else {
