@@ -94,7 +94,7 @@ void MandatedWork(benchmark::State& state) {
   ring.reserve(std::size_t(count) * recordsPerEntry);
   std::uint64_t seq = 0;
   auto record = [&](int msgId, Vxlan::VlanIpPair const* key, Lanx::EthAddr const* mac) {
-    Record& r = ring.emplace_back(Record{msgId, ++seq, BenchSupport::stamp(), {}});
+    Record& r = ring.emplace_back(Record{msgId, ++seq, RingLog::recordStamp(), {}});
     std::byte* b = r.values.data();
     std::memcpy(b, intf, 4);
     if (key) {

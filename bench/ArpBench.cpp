@@ -194,9 +194,9 @@ void MandatedWork(benchmark::State& state) {
         for (auto const& [k, mac] : sent) benchmark::DoNotOptimize(input.contains(k));
       }
       for (auto const& [k, mac] : input) {
-        ring.push_back(Record{1, ++seq, BenchSupport::stamp(), {k.vlan, 0}});
+        ring.push_back(Record{1, ++seq, RingLog::recordStamp(), {k.vlan, 0}});
         auto const& entry = input.at(k);
-        ring.push_back(Record{2, ++seq, BenchSupport::stamp(), {k.vlan, k.source}});
+        ring.push_back(Record{2, ++seq, RingLog::recordStamp(), {k.vlan, k.source}});
         auto [it, fresh] = sent.try_emplace(k, entry);
         if (!fresh && it->second == entry) continue;
         it->second = entry;
@@ -204,7 +204,7 @@ void MandatedWork(benchmark::State& state) {
     }
     for (auto const& [k, mac] : sent) {
       recv[k] = mac;
-      ring.push_back(Record{3, ++seq, BenchSupport::stamp(), {k.vlan, k.source}});
+      ring.push_back(Record{3, ++seq, RingLog::recordStamp(), {k.vlan, k.source}});
       local[k] = recv.at(k);
     }
     if (local.size() != std::size_t(entries)) state.SkipWithError("baseline incomplete");

@@ -38,7 +38,7 @@ struct TempDir {
 };
 
 // A ring record as a baseline writes it: a fixed-size header and the values' bytes. Its stamp is
-// read as the library reads a record's (stamp()): a record without its time is not the same work.
+// read by RingLog::recordStamp(), as the library's: a record without its time is not the same work.
 template <class Values>
 struct PlainRecord {
   int msgId;
@@ -46,8 +46,6 @@ struct PlainRecord {
   std::uint64_t stamp;
   Values values;
 };
-
-inline std::uint64_t stamp() noexcept { return RingLog::recordStamp(); }
 
 // An end-to-end benchmark tears everything down between rounds and builds it again; malloc would
 // give the freed memory back to the system and the next round would fault it in again, which a

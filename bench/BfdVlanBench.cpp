@@ -50,7 +50,7 @@ struct Ring {
   std::uint64_t seq = 0;
   template <class V>
   void put(int msgId, V const& v) {
-    Record& r = records.emplace_back(Record{msgId, ++seq, BenchSupport::stamp(), {}});
+    Record& r = records.emplace_back(Record{msgId, ++seq, RingLog::recordStamp(), {}});
     static_assert(sizeof(V) <= sizeof(r.values));
     std::memcpy(r.values.data(), &v, sizeof(V));
   }

@@ -99,7 +99,7 @@ void MandatedWork(benchmark::State& state) {
   ring.reserve(std::size_t(vlans) * recordsPerVlan);
   std::uint64_t seq = 0;
   auto record = [&](int msgId, std::uint16_t vlan, Lanx::EthAddr const* mac, L2Rib::Dest const* dest) {
-    Record& r = ring.emplace_back(Record{msgId, ++seq, BenchSupport::stamp(), {}});
+    Record& r = ring.emplace_back(Record{msgId, ++seq, RingLog::recordStamp(), {}});
     std::byte* b = r.values.data();
     std::memcpy(b, name, 4);
     std::memcpy(b + 4, &vlan, 2);

@@ -108,7 +108,7 @@ void MandatedWork(benchmark::State& state) {
     ring.clear();
     for (auto const& walked : learned) {
       std::uint64_t const key = walked.first;
-      ring.push_back(Record{1, ++seq, BenchSupport::stamp(), {key, 0}});
+      ring.push_back(Record{1, ++seq, RingLog::recordStamp(), {key, 0}});
       auto const& f = fdb.at(key);
       auto const& host = learned.at(key);  // the decision reads both tables by key
       if (!Bridging::isEntryTypeSelf(f.type) || !Bridging::isEntryTypeRemote(f.type) ||
@@ -117,9 +117,9 @@ void MandatedWork(benchmark::State& state) {
       }
       std::string intf = std::string(f.intf.stringValue().view()) + ":" + std::string(host.vtep.stringValue().view());
       double t = f.lastMoveTime + 5.0;
-      ring.push_back(Record{2, ++seq, BenchSupport::stamp(), {static_cast<std::uint64_t>(t), f.moves}});
+      ring.push_back(Record{2, ++seq, RingLog::recordStamp(), {static_cast<std::uint64_t>(t), f.moves}});
       sent[key] = Sent{std::move(intf), t, f.moves, static_cast<std::uint8_t>(f.type)};
-      ring.push_back(Record{3, ++seq, BenchSupport::stamp(), {0, 0}});
+      ring.push_back(Record{3, ++seq, RingLog::recordStamp(), {0, 0}});
     }
     if (sent.size() != macCount) state.SkipWithError("baseline incomplete");
     benchmark::DoNotOptimize(ring.data());

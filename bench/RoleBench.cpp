@@ -304,7 +304,7 @@ struct PlainRecords {
   std::vector<Record> ring = std::vector<Record>(recordsSecondaryToPrimary);
   std::uint64_t seq = 0;
   void append(std::size_t n) {
-    for (std::size_t i = 0; i < n; ++i) ring[i] = Record{static_cast<int>(i), ++seq, BenchSupport::stamp(), {1, 2}};
+    for (std::size_t i = 0; i < n; ++i) ring[i] = Record{static_cast<int>(i), ++seq, RingLog::recordStamp(), {1, 2}};
     benchmark::DoNotOptimize(ring.data());
   }
 };

@@ -188,7 +188,7 @@ void MandatedWork(benchmark::State& state) {
       recvVniVti[key] = v;
       recvVni[vni] = v;
       localVniVti[key] = recvVniVti[key] ? recvVniVti[key] : recvVni[vni];
-      for (int r = 0; r < recordsPerMapping; ++r) ring.push_back(Record{r, ++seq, BenchSupport::stamp(), {v, vni}});
+      for (int r = 0; r < recordsPerMapping; ++r) ring.push_back(Record{r, ++seq, RingLog::recordStamp(), {v, vni}});
     }
     benchmark::DoNotOptimize(localVniVti);
     benchmark::DoNotOptimize(ring.data());
@@ -220,7 +220,7 @@ void MandatedWorkOneChange(benchmark::State& state) {
     shadow[v] = vni;
     for (auto* m : {&sentVniVti, &recvVniVti, &localVniVti}) m->erase(oldKey), (*m)[key] = v;
     for (auto* m : {&sentVni, &recvVni}) m->erase(old), (*m)[vni] = v;
-    for (int r = 0; r < recordsPerChange; ++r) ring[++seq & 0xffff] = Record{r, seq, BenchSupport::stamp(), {v, vni}};
+    for (int r = 0; r < recordsPerChange; ++r) ring[++seq & 0xffff] = Record{r, seq, RingLog::recordStamp(), {v, vni}};
     benchmark::DoNotOptimize(localVniVti);
   }
   state.SetItemsProcessed(state.iterations());

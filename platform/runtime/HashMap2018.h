@@ -382,9 +382,10 @@ class HashMap2018 {
   // slot is used: reclaiming then spares the next insert a new segment, so a map whose entries
   // come and go settles without allocating.
   bool maybeReclaim() {
-    bool const many =
-        deadCount_ > std::uint64_t{3} * live_ || (deadCount_ > live_ && count_ == segmentCapacity(segments_.size()));
-    bool due = walkers_ == 0 && deadCount_ > 0 && (live_ == 0 || reclaimDue_ || (deadCount_ > 8 && many));
+    if (walkers_ != 0 || deadCount_ == 0) return false;
+    bool const full = count_ == segmentCapacity(segments_.size());
+    bool const due = live_ == 0 || reclaimDue_ ||
+                     (deadCount_ > 8 && (deadCount_ > std::uint64_t{3} * live_ || (full && deadCount_ > live_)));
     if (due) reclaim();
     return due;
   }

@@ -100,8 +100,8 @@ void RingBuf::wrap() noexcept {
 }
 
 void RingBuf::makeRoom(std::uint64_t size) noexcept {
-  // A sixteenth of the ring, at most 4 KiB: a reader loses that much of the oldest history at
-  // most, and eviction reads the records it drops in one sequential pass.
+  // A sixteenth of the ring, at most 4 KiB, made free ahead of the head: the statements that follow
+  // find room without coming here.
   std::uint64_t const slack = std::min<std::uint64_t>(cap_ / 16, 4096);
   // The tail jumps to the first record starting at `need` or after, found through the index: the
   // i-th KiB from need's holds the positions below need + (i + 1) KiB of this lap. An entry from
