@@ -66,7 +66,8 @@ class HashMap2018 {
 
   Node* lookupNodeG(K const& key) noexcept {
     if (live_ == 0) return nullptr;  // no hash for an empty map
-    std::uint32_t s = find(key, hashOf(key));
+    std::uint32_t s = hintedSlotOf(key);
+    if (s == kEmpty) s = probe(key, hashOf(key));
     return s == kEmpty ? nullptr : &slot(s);
   }
   Node const* lookupNodeG(K const& key) const noexcept { return const_cast<HashMap2018*>(this)->lookupNodeG(key); }
@@ -217,7 +218,8 @@ class HashMap2018 {
         i_ += static_cast<std::uint32_t>(std::countr_one(w));
       }
       if (i_ >= n) return;
-      m_->walkHint_ = i_;
+      m_->hint_ = i_;
+      m_->hintCredit_ = kHintCredit;
       if (i_ != from || i_ >= segEnd_) reseat();
     }
     void reseat() noexcept {
@@ -302,15 +304,44 @@ class HashMap2018 {
     ++deadCount_;
   }
 
+  // Tables are mostly read back at the entry just found, inserted or stepped onto by a walk, or
+  // read in the order they were written, as when one table is walked and another that was built
+  // from it is looked up key by key. So that slot and the next are tried before the index: a hit
+  // there needs no hash and no index line. A live key stands in one slot only, so a slot that is
+  // live and holds the key is the entry, wherever the hint came from.
+  //
+  // Lookups in no order would pay for the try, and worse, each would wait on the one before for
+  // its hint, where the index probes of independent lookups overlap. So a few misses in a row
+  // stop the tries, and an insert, a walk step, or a probe that lands next to the hint resumes
+  // them.
+  std::uint32_t hintedSlotOf(K const& key) const noexcept {
+    if (hintCredit_ == 0) return kEmpty;
+    std::uint32_t const s = hint_;
+    if (s < count_ && !isDead(s) && slot(s).key == key) return hintHit(s);
+    std::uint32_t const next = s + 1;  // from no hint (all ones), slot 0
+    if (next < count_ && !isDead(next) && slot(next).key == key) return hintHit(next);
+    --hintCredit_;
+    return kEmpty;
+  }
+  std::uint32_t hintHit(std::uint32_t s) const noexcept {
+    hintCredit_ = kHintCredit;
+    return hint_ = s;
+  }
+
   std::uint32_t find(K const& key, std::uint64_t h) const noexcept {
     if (live_ == 0) return kEmpty;
-    // A handler called from a walk step mostly reads back the entry the walk stands on: found
-    // there, without probing the index. Slots do not move while a walk is live.
-    if (walkers_ != 0 && walkHint_ < count_ && !isDead(walkHint_) && slot(walkHint_).key == key) return walkHint_;
+    if (std::uint32_t s = hintedSlotOf(key); s != kEmpty) return s;
+    return probe(key, h);
+  }
+
+  std::uint32_t probe(K const& key, std::uint64_t h) const noexcept {
     for (std::size_t b = bucketOf(h);; b = (b + 1) & mask()) {
       Bucket const& e = index_[b];
       if (e.slot == kEmpty) return kEmpty;
-      if (e.tag == tagOf(h) && slot(e.slot).key == key) return e.slot;
+      if (e.tag == tagOf(h) && slot(e.slot).key == key) {
+        if (e.slot - hint_ <= 1) hintCredit_ = kHintCredit;
+        return hint_ = e.slot;
+      }
     }
   }
 
@@ -351,6 +382,8 @@ class HashMap2018 {
     if ((s >> 6) >= dead_.size()) dead_.push_back(0);
     indexPut(s, h);
     ++live_;
+    hint_ = s;
+    hintCredit_ = kHintCredit;
     return &slot(s);
   }
 
@@ -449,7 +482,8 @@ class HashMap2018 {
     std::swap(live_, o.live_);
     std::swap(deadCount_, o.deadCount_);
     std::swap(walkers_, o.walkers_);
-    std::swap(walkHint_, o.walkHint_);
+    std::swap(hint_, o.hint_);
+    std::swap(hintCredit_, o.hintCredit_);
     std::swap(reclaimDue_, o.reclaimDue_);
     std::swap(erasedInWalk_, o.erasedInWalk_);
   }
@@ -461,9 +495,11 @@ class HashMap2018 {
   std::uint32_t live_ = 0;
   std::uint32_t deadCount_ = 0;
   std::uint32_t walkers_ = 0;
-  std::uint32_t walkHint_ = kEmpty;  // the slot a walk stepped onto last
-  bool reclaimDue_ = false;          // an insert grew the map past many tombstones
-  bool erasedInWalk_ = false;        // reclaim when the last walk ends
+  static constexpr std::uint8_t kHintCredit = 4;
+  mutable std::uint32_t hint_ = kEmpty;  // the slot last found, inserted or stepped onto
+  mutable std::uint8_t hintCredit_ = 0;  // hint misses left before the tries stop
+  bool reclaimDue_ = false;              // an insert grew the map past many tombstones
+  bool erasedInWalk_ = false;            // reclaim when the last walk ends
 };
 
 }  // namespace Vok

@@ -71,6 +71,7 @@ class IntfId {
 
  private:
   friend struct IntfIdCodec;
+  friend struct VlanIntfId;
 
   struct Kind {
     std::string_view name;
@@ -141,6 +142,13 @@ struct VlanIntfId {
   // The number of an interface named "Vlan" and a number, or 0 for any other interface. A
   // number beyond 32 bits gives the largest 32-bit value.
   static std::uint32_t vlanId(IntfId const& intf);
+  // The interface "Vlan" and `vlanId`, made from the number with no name to parse: the inverse
+  // of vlanId() for every 16-bit number.
+  static constexpr IntfId intfId(std::uint16_t vlanId) noexcept {
+    IntfId intf;
+    intf.value_ = (IntfId::kindVlan << 56) | (std::uint64_t{vlanId} << 36) | 1;
+    return intf;
+  }
 };
 
 struct VxlanTunnelIntfId {

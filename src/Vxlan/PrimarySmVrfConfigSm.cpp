@@ -1,10 +1,7 @@
 // PrimarySm::VrfConfigSm: the ARP table of one configured VRF, published to the peer in the form
 // the peer takes. The two forms never stand together: the all-keys pass of either form begins by
 // emptying the other for every VRF at once.
-#include <array>
-#include <charconv>
 #include <cstdint>
-#include <string_view>
 #include <unordered_set>
 
 #include "Vxlan/PrimarySm.h"
@@ -21,10 +18,7 @@ bool notPublished(Arp::InputConfigEntry const& entry) {
 
 // The input key a published row with VLAN came from: the VLAN's interface and the address.
 Arp::InputConfigKey inputKeyOf(Mlag::VlanIpSource const& member) {
-  std::array<char, 16> name{'V', 'l', 'a', 'n'};
-  auto end = std::to_chars(name.data() + 4, name.data() + name.size(), member.vlanId().value()).ptr;
-  return Arp::InputConfigKey(Lanx::IntfId(std::string_view(name.data(), std::size_t(end - name.data()))),
-                             member.ipAddr());
+  return Arp::InputConfigKey(Lanx::VlanIntfId::intfId(member.vlanId().value()), member.ipAddr());
 }
 
 }  // namespace

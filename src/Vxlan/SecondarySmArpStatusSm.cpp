@@ -125,8 +125,9 @@ void SecondarySm::ArpStatusWithVlanSm::handlePeerArpEntryWithVlan(Mlag::VlanIpSo
   if (!initialized_) return;
   auto out = local().arpStatusWithVlanIs(vrfName());
   auto peer = recv().arpStatusWithVlan(vrfName());
-  if (peer && peer->arpEntryHas(key)) {
-    Lanx::EthAddr const ethAddr = peer->arpEntry(key);
+  Lanx::EthAddr const* const found = peer ? peer->arpEntryFind(key) : nullptr;
+  if (found) {
+    Lanx::EthAddr const ethAddr = *found;
     VXLAN_TRACE(6,
                 "SecondarySm::ArpStatusWithVlanSm({vrfName})::handlePeerArpEntryWithVlan() add {key} ethAddr: "
                 "{ethAddr}",

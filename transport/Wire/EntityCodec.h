@@ -383,7 +383,8 @@ class Receiver {
         auto k = decode<typename A::KeyType>(r);
         auto m = attr.get(k);
         if (!m) throw DecodeError(fmt::format("a path through an absent member of {} field {}", T::vokTypeName, field));
-        appendId(field, k);
+        // The path is kept only for what a resynchronisation names.
+        if (resyncing_) appendId(field, k);
         descend(*m, r, depth - 1);
       } else {
         throw DecodeError(fmt::format("a path through {} field {}, which holds no members", T::vokTypeName, field));

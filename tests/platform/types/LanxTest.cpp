@@ -69,6 +69,11 @@ TEST(IntfId, VlanIdAndVxlanTunnelOfAName) {
       {"Vxlan10", 0},  {"Vlan", 0},        {"Vlan1/2", 0},
       {"", 0}};
   for (auto [name, vlan] : vlans) EXPECT_EQ(Lanx::VlanIntfId::vlanId(IntfId(name)), vlan) << name;
+  // Made from the number, the interface is the one its name makes.
+  for (std::uint32_t n = 0; n <= 0xffff; ++n) {
+    auto const vlan = static_cast<std::uint16_t>(n);
+    ASSERT_EQ(Lanx::VlanIntfId::intfId(vlan), IntfId("Vlan" + std::to_string(n))) << n;
+  }
   std::pair<char const*, bool> const tunnels[] = {
       {"Vxlan1", true}, {"Vxlan2000000", true}, {"Vxlan01", true},       {"Vlan1", false},   {"", false},
       {"Vxlan", false}, {"Vxlan1/1", false},    {"VxlanTunnel1", false}, {"Vxlan1.5", false}};
