@@ -571,12 +571,9 @@ class ChildCollection final : Impl::Member {
     } else {
       fresh = smNew<Sm>(std::forward<A>(args)...);
     }
+    // The first run may have put a child under the key meanwhile: the new one takes its place.
     Brix::Ptr<Sm> old;
-    if (auto* n = map_.lookupNodeG(key)) {
-      old = std::exchange(n->value, fresh);
-    } else {
-      map_.newMemberG(key, fresh);
-    }
+    if (auto [n, inserted] = map_.findOrInsert(key, fresh); !inserted) old = std::exchange(n->value, fresh);
     old = nullptr;
     fresh->hasNotificationActiveIs(true);
     return fresh;
