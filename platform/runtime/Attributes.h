@@ -92,10 +92,7 @@ class Values {
     return old;
   }
   void delAll(Entity const& e, Brix::FieldId f) {
-    for (auto it = map_.begin(); !it.done(); it.advance()) {
-      K k = it.currNodeMaybeStale().key;
-      del(e, f, k);
-    }
+    map_.eraseEach([&](K const& k) { e.publish(f, &k); });
   }
   Map const& map() const noexcept { return map_; }
   friend bool operator==(Values const& a, Values const& b) {
@@ -152,10 +149,7 @@ class Entities {
     return old;
   }
   void delAll(Entity const& e, Brix::FieldId f) {
-    for (auto it = map_.begin(); !it.done(); it.advance()) {
-      K k = it.currNodeMaybeStale().key;
-      del(e, f, k);
-    }
+    map_.eraseEach([&](K const& k) { e.publish(f, &k); });
   }
   Map const& map() const noexcept { return map_; }
   friend bool operator==(Entities const& a, Entities const& b) {

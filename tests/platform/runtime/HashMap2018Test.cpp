@@ -123,6 +123,32 @@ TEST(HashMap2018, LargeMapThroughNestedWalksReclaimAndGrowth) {
   EXPECT_EQ(m.memoryBytes(), 0u);
 }
 
+// eraseEach whose callback puts each key back once, so that the index fills with the buckets of
+// erased entries and grows meanwhile: lookups see every key's present entry throughout.
+TEST(HashMap2018, EraseEachThroughGrowthWithKeysPutBack) {
+  constexpr int n = 1200;  // twice as many buckets as the index holds at first
+  IntMap m;
+  for (int k = 0; k < n; ++k) m.newMemberG(k, k);
+  std::vector<int> state(n, 0);  // 0 first entry live, 1 put back and live, 2 gone
+  int calls = 0;
+  m.eraseEach([&](int const& k) {
+    state[std::size_t(k)] += 1;
+    if (state[std::size_t(k)] == 1) m.newMemberG(k, k + 5000);
+    ++calls;
+    for (int q = 0; q < n; ++q) {
+      auto const* node = m.lookupNodeG(q);
+      int const st = state[std::size_t(q)];
+      ASSERT_EQ(node != nullptr, st != 2) << q;
+      if (node) {
+        ASSERT_EQ(node->value, st == 0 ? q : q + 5000) << q;
+      }
+    }
+  });
+  EXPECT_EQ(calls, 2 * n);
+  EXPECT_EQ(m.size(), 0u);
+  EXPECT_EQ(m.memoryBytes(), 0u);
+}
+
 // ---- the model check ---------------------------------------------------------------------
 
 constexpr int kKeys = 24;
@@ -150,7 +176,7 @@ struct Model {
   }
 };
 
-// (kind, key, value, per-step actions of a walk as (action, key))
+// (kind, key, value, per-step actions of a walk or an eraseEach as (action, key))
 using Op = std::tuple<int, int, int, std::vector<std::pair<int, int>>>;
 
 // Besides contents, order and walks, checks what the header promises: a node pointer keeps its
@@ -197,6 +223,48 @@ void checkAgainstModel(std::vector<Op> const& ops) {
       model.entries.clear();
       held.clear();
       RC_ASSERT(allGone(0));
+    } else if (kind == 10) {
+      // eraseEach, with the walk's actions made from its callback: every entry goes, those the
+      // callback inserts too, and lookups meanwhile see only what is still there.
+      std::optional<std::uint64_t> last;
+      std::size_t step = 0;
+      bool backAgain = false;  // the call before put its own key back, as the value saw
+      m.eraseEach([&](int const& k) {
+        // The value of the call before went after it.
+        if (!std::exchange(backAgain, false)) RC_ASSERT(allGone(model.entries.size()));
+        seen.clear();
+        auto expected = model.nextAfter(last);
+        RC_ASSERT(expected.has_value() && expected->second == k);
+        last = expected->first;
+        model.entries.erase(k);
+        held.clear();
+        erasedInWalk = true;
+        if (step < steps.size()) {
+          auto [action, other] = steps[step++];
+          if (action == 1) erase(other, true);
+          if (action == 2) {
+            m.newMemberG(other, Watched(other * 7, other));
+            model.insert(other, other * 7);
+            seen.clear();
+            backAgain = other == k;
+          }
+          if (action == 3) {
+            m._memberDelAll();
+            model.entries.clear();
+            RC_ASSERT(allGone(0));
+          }
+          if (action >= 4) {  // the key just erased comes back, ahead of its old bucket or not
+            m.newMemberG(k, Watched(k * 5, k));
+            model.insert(k, k * 5);
+            seen.clear();
+            backAgain = action == 4;
+            if (action == 5) erase(k, true);
+          }
+        }
+        for (int q = 0; q < kKeys; ++q) RC_ASSERT((m.lookupNodeG(q) != nullptr) == (model.entries.count(q) > 0));
+      });
+      RC_ASSERT(allGone(0) && model.entries.empty());
+      erasedInWalk = false;
     } else {
       std::optional<std::uint64_t> last;
       std::size_t step = 0;
@@ -265,7 +333,7 @@ rc::Gen<std::vector<Op>> opsGen() {
   auto key = rc::gen::inRange(0, kKeys);
   auto steps = rc::gen::container<std::vector<std::pair<int, int>>>(rc::gen::pair(rc::gen::inRange(0, 6), key));
   return rc::gen::container<std::vector<Op>>(
-      rc::gen::tuple(rc::gen::inRange(0, 10), key, rc::gen::arbitrary<int>(), steps));
+      rc::gen::tuple(rc::gen::inRange(0, 11), key, rc::gen::arbitrary<int>(), steps));
 }
 
 RC_GTEST_PROP(HashMap2018Model, MatchesStdMapThroughWalksWithMutation, ()) {
