@@ -1,25 +1,16 @@
 // ARP between the peers: the primary's two publication forms and the move between them, the
 // secondary's two appliers with their stale passes, roles ending, and the late notification of a
 // table the peer no longer publishes; and the level-triggered property of the pair.
-#include <gmock/gmock.h>
-#include <rapidcheck/gtest.h>
-
 #include <memory>
 
-#include "Vxlan/PrimarySm.h"
-#include "Vxlan/SecondarySm.h"
-#include "entities/Arp/InputConfig.h"
-#include "entities/Bfd/StatusPeer.h"
-#include "entities/Bridging/Config.h"
-#include "support/RingLogDir.h"
 #include "trace/DualLog.h"
 #include "trace/RingLogReader.h"
-#include "vxlan/PublicationRecorder.h"
-#include "vxlan/VlanVniTestSupport.h"
+#include "vxlan/Harness.h"
 
 namespace ArpTest {
 namespace {
 
+using namespace TestSupport;
 using Status = Mlag::VxlanStatus;
 // VRF to rows, each row as its trace text shows it: "10.0.0.1" or "vlanId: 10, ipAddr: ...".
 using Tables = std::map<std::string, std::map<std::string, std::string>>;
@@ -139,18 +130,13 @@ using Rows = std::map<std::string, std::string>;
 
 std::string const mac1 = "00:00:00:00:00:01", mac2 = "00:00:00:00:00:02", mac3 = "00:00:00:00:00:03";
 
-class ArpTest : public VlanVniTest::LiveNodesTest {
+class ArpTest : public ::testing::Test {
  protected:
-  void releaseAll() override { owned.reset(); }
-  long count(std::string const& text) const {
-    auto t = trace.texts();
-    return std::count(t.begin(), t.end(), text);
-  }
+  long count(std::string const& text) const { return static_cast<long>(trace.count(text)); }
   bool traced(std::string const& text) const { return count(text) > 0; }
-  std::unique_ptr<Pair> owned = std::make_unique<Pair>();
-  Pair& pair = *owned;
-  VlanVniTest::TraceOn traceOn;
-  Vok::TraceCapture trace;
+  NoNodesLeft noNodesLeft;
+  Pair pair;
+  Trace trace;
 };
 
 // Each form carries what the input publishes, the by-VRF one IPv4 only; the other form stays
@@ -371,8 +357,7 @@ void change(Pair& pair) {
 }
 
 RC_GTEST_PROP(ArpProperty, BothRolesEndWhereFreshRolesStart, ()) {
-  auto const baseline = Brix::Node::liveCount();
-  {
+  leavesNoNodes([&] {
     Pair pair;
     pair.flagIs(*rc::gen::arbitrary<bool>());
     for (int n = *rc::gen::inRange(0, 5); n > 0; --n) change(pair);
@@ -393,8 +378,7 @@ RC_GTEST_PROP(ArpProperty, BothRolesEndWhereFreshRolesStart, ()) {
     RC_ASSERT(byVrf(*pair.sentP) == byVrf(*fresh.sentP));
     RC_ASSERT(withVlan(*pair.sentP) == withVlan(*fresh.sentP));
     RC_ASSERT(withVlan(*pair.localS) == withVlan(*fresh.localS));
-  }
-  RC_ASSERT(Brix::Node::liveCount() == baseline);
+  });
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 // The exchange core: which publishers and applier exist for a role and a VTI, the VTEP address
 // exchange in both directions, the loss of the peer link, and the rebinding of a VTI.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <map>
 #include <string>
@@ -15,9 +13,6 @@ namespace VlanVniTest {
 namespace {
 
 using MlagVxlan::VlanToVniMapSm;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr auto primary = Mlag::MlagState::primary;
 constexpr auto secondary = Mlag::MlagState::secondary;
@@ -50,16 +45,10 @@ std::vector<std::string> linesOf(std::vector<Vok::TraceCapture::Line> const& lin
   return out;
 }
 
-class VlanToVniMapSmTest : public LiveNodesTest {
+class VlanToVniMapSmTest : public ::testing::Test {
  protected:
-  void releaseAll() override {
-    sm = nullptr;
-    dir = nullptr;
-    sent = recv = local = nullptr;
-    mlagStatus = nullptr;
-  }
   void fresh() {
-    releaseAll();
+    sm = nullptr;
     dir = Brix::newNode<Vxlan::VtiStatusDir>();
     sent = Brix::newNode<Mlag::VxlanStatus>(), recv = Brix::newNode<Mlag::VxlanStatus>();
     local = Brix::newNode<Mlag::VxlanStatus>(), mlagStatus = Brix::newNode<Mlag::Status>();
@@ -83,6 +72,7 @@ class VlanToVniMapSmTest : public LiveNodesTest {
     mlagStatus->peerLinkKnownIs(known);
   }
 
+  NoNodesLeft noNodesLeft;
   Brix::Ptr<Vxlan::VtiStatusDir> dir = Brix::newNode<Vxlan::VtiStatusDir>();
   Brix::Ptr<Mlag::VxlanStatus> sent = Brix::newNode<Mlag::VxlanStatus>(), recv = Brix::newNode<Mlag::VxlanStatus>(),
                                local = Brix::newNode<Mlag::VxlanStatus>();
@@ -133,7 +123,7 @@ TEST_F(VlanToVniMapSmTest, MultiVtepChangesAddOrRemoveOnlyTheChildrenConcerned) 
   sm = build(secondary);
   auto* const firstApplier = applier();
   MapChanges localLog(*local);
-  TraceOn trace;
+  Trace trace;
   // A secondary becomes multi-VTEP, by either family: publishers for every VTI, the applier untouched.
   v1->mlagVtepAddrIs(addr3);
   EXPECT_EQ(vniVtiMap(*sent), (VniVtiMap{{{20, "Vx1"}, 200}}));
@@ -193,7 +183,7 @@ TEST_F(VlanToVniMapSmTest, Vxlan1ComingAndGoing) {
   v1->localVtepAddrIs(addr3);  // no longer heard
   EXPECT_EQ(vteps(*sent), both);
   // Another VTI's address runs the handlers, which find no Vxlan1.
-  TraceOn trace;
+  Trace trace;
   v2->localVtepAddr6Is(addr6a);
   v2->localVtepAddrIs(addr1);
   EXPECT_THAT(vteps(*sent), IsEmpty());
@@ -226,7 +216,7 @@ TEST_F(VlanToVniMapSmTest, PeerLinkLossIsAKnownLinkWithBitZeroAndDropsThePeersUp
   EXPECT_EQ(vteps(*local), (Vteps{{1, "10.0.0.1"}, {2, "10.0.0.2"}}));
   linkDown(1, 3);
   EXPECT_EQ(vniVtiMap(*local), (VniVtiMap{{{10, "Vx1"}, 100}})) << "the VLAN maps stay";
-  TraceOn trace;
+  Trace trace;
   recv->vtepTypeAddrDel(localType);
   recv->vtepTypeAddrIs(mlagType, addr1);
   EXPECT_THAT(vteps(*local), IsEmpty());
@@ -248,7 +238,7 @@ TEST_F(VlanToVniMapSmTest, LocalVtepAddressesArePublishedByTypeAndRetiredByAddre
   v1->alternateVtepAddrIs(addr2);
   v1->mlagVtepAddrIs(addr3);
   sent->vtepTypeAddr6Is(localType, addr6b);  // left by a former life
-  TraceOn trace;
+  Trace trace;
   sm = build(primary);
   EXPECT_THAT(linesOf(trace.takeLines(), "handleLocalVtepAddr"),
               ElementsAre("VlanToVniMapSm::handleLocalVtepAddr()", " Add (3,10.0.0.3)", " Add (1,10.0.0.1)",
@@ -287,7 +277,7 @@ TEST_F(VlanToVniMapSmTest, RebindingAVtiToANewObjectRunsTheDecisionAndBothAddres
   newVti->mlagVtepAddrIs(addr3);
   newVti->localVtepAddr6Is(addr6a);
   newVti->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(200), mapping(20));
-  TraceOn trace;
+  Trace trace;
   dir->vtiStatusIs(::Vxlan1, newVti);
 
   EXPECT_EQ(sm->vtiStatus(::Vxlan1), reactor) << "rebound, not rebuilt";

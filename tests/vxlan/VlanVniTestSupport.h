@@ -19,9 +19,11 @@
 #include "types/Bridging.h"
 #include "types/Lanx.h"
 #include "types/Vxlan.h"
-#include "vxlan/PublicationRecorder.h"
+#include "vxlan/Harness.h"
 
 namespace VlanVniTest {
+
+using namespace TestSupport;
 
 inline Lanx::IntfId const vxlan2{"Vxlan2"};
 
@@ -85,44 +87,6 @@ class MapChanges {
   Mlag::VxlanStatus const& status_;
   TestSupport::PublicationRecorder recorder_;
   std::vector<std::string> log_;
-};
-
-// Levels 5 and 6 of the system's text trace on, captured, for the life of the object.
-class TraceOn {
- public:
-  TraceOn() { MlagVxlan::_defaultTraceHandle()->levelMaskIs(1u << 5 | 1u << 6); }
-  ~TraceOn() { MlagVxlan::_defaultTraceHandle()->levelMaskIs(0); }
-  TraceOn(TraceOn const&) = delete;
-  TraceOn& operator=(TraceOn const&) = delete;
-
-  std::vector<std::string> take() {
-    auto t = capture_.texts();
-    capture_.clear();
-    return t;
-  }
-  std::vector<Vok::TraceCapture::Line> takeLines() {
-    auto l = capture_.lines();
-    capture_.clear();
-    return l;
-  }
-
- private:
-  Vok::TraceCapture capture_;
-};
-
-// Every node a test makes must be gone when it ends. The count is taken before the fixture's
-// own members are made.
-class LiveNodesTest : public ::testing::Test {
- protected:
-  void TearDown() override {
-    releaseAll();
-    EXPECT_EQ(Brix::Node::liveCount(), baseline_) << "the test left nodes behind";
-  }
-  // Drops every use the fixture holds.
-  virtual void releaseAll() = 0;
-
- private:
-  std::int64_t const baseline_ = Brix::Node::liveCount();
 };
 
 }  // namespace VlanVniTest
