@@ -5,10 +5,8 @@
 #include <type_traits>
 
 #include "Vxlan/ActiveArpP2pSm.h"
-#include "entities/Mlag/VxlanStatus.h"
 #include "entities/Routing/L2VpnConfig.h"
 #include "entities/Vxlan/ActiveArpIpTable.h"
-#include "entities/Vxlan/VtiStatus.h"
 #include "vxlan/Harness.h"
 
 namespace ActiveArpTest {

@@ -4,7 +4,6 @@
 // set from the VLAN configuration by either input, with damage in the flat table.
 #include <optional>
 
-#include "entities/Mlag/Status.h"
 #include "vxlan/Harness.h"
 
 namespace {

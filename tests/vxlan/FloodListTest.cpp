@@ -2,11 +2,9 @@
 // and back, the choice of input road, the container's children and their end; and the
 // level-triggered property of each: after any sequence of flood-set changes, the output is what
 // a freshly built one makes of the final input.
-#include "Vxlan/SmContainer.h"
 #include "entities/L2Rib/SourceDirEntry.h"
 #include "entities/Vxlan/BumStatus.h"
 #include "support/RemoteHostSwitch.h"
-#include "support/RingLogDir.h"
 #include "trace/RingLogReader.h"
 #include "vxlan/ActiveArpTestSupport.h"
 

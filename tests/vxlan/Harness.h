@@ -20,6 +20,7 @@
 
 #include "Vxlan/PrimarySm.h"
 #include "Vxlan/SecondarySm.h"
+#include "Vxlan/SmContainer.h"
 #include "Vxlan/Trace.h"
 #include "entities/Arp/InputConfig.h"
 #include "entities/Bfd/StatusPeer.h"
@@ -37,6 +38,7 @@ namespace TestSupport {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;

@@ -3,7 +3,6 @@
 // a fresh state machine.
 #include <deque>
 #include <limits>
-#include <set>
 
 #include "support/RemoteHostSwitch.h"
 #include "vxlan/Harness.h"

@@ -3,7 +3,6 @@
 // a role that never finished its first run, and the roles as children of the container.
 #include <optional>
 
-#include "Vxlan/SmContainer.h"
 #include "vxlan/Harness.h"
 
 namespace {

@@ -1,12 +1,7 @@
 // The exchange core: which publishers and applier exist for a role and a VTI, the VTEP address
 // exchange in both directions, the loss of the peer link, and the rebinding of a VTI.
 
-#include <map>
-#include <string>
-#include <vector>
-
 #include "Vxlan/VlanToVniMapSm.h"
-#include "entities/Mlag/Status.h"
 #include "vxlan/VlanVniTestSupport.h"
 
 namespace VlanVniTest {

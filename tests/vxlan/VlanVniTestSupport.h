@@ -1,21 +1,7 @@
 // Helpers shared by the tests of the VLAN-to-VNI exchange: readable snapshots of the maps of a
-// Mlag::VxlanStatus, a log of its changes as they go out, and the text trace switched on.
+// Mlag::VxlanStatus, a log of its changes as they go out, and short ways of writing keys.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <map>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "Vxlan/Trace.h"
-#include "entities/Mlag/VxlanStatus.h"
-#include "entities/Vxlan/VtiStatus.h"
-#include "runtime/Node.h"
-#include "trace/TextTrace.h"
 #include "types/Bridging.h"
 #include "types/Lanx.h"
 #include "types/Vxlan.h"
