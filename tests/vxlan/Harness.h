@@ -138,12 +138,15 @@ void leavesNoNodes(Body body) {
   RC_ASSERT(Brix::Node::liveCount() == baseline);
 }
 
-// One switch's role: its three status objects and every input either role reads. A suite that
-// passes no VTI directory or ARP input to the roles drops them.
+// One switch's role: its three status objects and every input either role reads, but for the
+// optional ones a suite leaves null.
 struct RoleInputs {
-  RoleInputs(bool withVtis, bool withArp) {
-    if (!withVtis) vtiDir = nullptr;
-    if (!withArp) arpInput = nullptr;
+  enum Without : unsigned { none = 0, vtis = 1, vteps = 2, arp = 4, flat = 8 };
+  explicit RoleInputs(unsigned without = none) {
+    if (without & vtis) vtiDir = nullptr;
+    if (without & vteps) vtepDir = nullptr;
+    if (without & arp) arpInput = nullptr;
+    if (without & flat) flatDir = nullptr;
   }
   MlagVxlan::PrimarySm::Ptr primary() {
     mlagStatus->mlagStateIs(Mlag::MlagState::primary);
@@ -169,7 +172,7 @@ struct RoleInputs {
 // once the inputs are gone.
 class RoleTest : private NoNodesLeft, public ::testing::Test, protected RoleInputs {
  protected:
-  RoleTest(std::uint32_t mask, bool withVtis, bool withArp) : RoleInputs(withVtis, withArp), trace(mask) {}
+  RoleTest(std::uint32_t mask, unsigned without) : RoleInputs(without), trace(mask) {}
 
   Trace trace;
 };

@@ -41,7 +41,7 @@ void fillFormerLife(Status& s) {
 
 class RolesTest : public RoleTest {
  protected:
-  RolesTest() : RoleTest(1u << 5 | 1u << 6, true, true) { mlagStatus->mlagStateIs(Mlag::MlagState::primary); }
+  RolesTest() : RoleTest(1u << 5 | 1u << 6, none) { mlagStatus->mlagStateIs(Mlag::MlagState::primary); }
 
   // VLAN `vlan` to VNI `vni` on a VTI, from a source that may go to the peer; no VNI is input
   // the exchange refuses by raising.
