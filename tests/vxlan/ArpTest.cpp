@@ -37,14 +37,9 @@ void rowIs(Arp::InputConfig& in, char const* vrf, Arp::InputConfigKey const& k, 
 // Each VRF's rows, as `row` makes a (key, value) pair of each.
 template <class It, class Row>
 Tables tables(It v, Row row) {
-  Tables t;
-  for (; !v.done(); v.advance()) {
-    auto& rows = t[std::string(v.currNodeNonStale().key.view())];
-    for (auto r = v.currNodeNonStale().value->arpEntryIter(); !r.done(); r.advance()) {
-      rows.insert(row(r.currNodeNonStale()));
-    }
-  }
-  return t;
+  return entries<Tables>(v, [&](auto const& n) {
+    return std::pair(std::string(n.key.view()), entries<Tables::mapped_type>(n.value->arpEntryIter(), row));
+  });
 }
 Tables byVrf(Status const& s) {
   return tables(s.arpStatusIter(), [](auto const& n) {

@@ -16,9 +16,7 @@ using Snapshot = std::map<std::string, std::string>;  // key to value, both as t
 auto const asText = [](auto const& v) { return str(v); };
 template <class It, class F = decltype(asText)>
 Snapshot snap(It it, F f = asText) {
-  Snapshot out;
-  for (; !it.done(); it.advance()) out[str(it->key)] = f(it->value);
-  return out;
+  return entries<Snapshot>(it, [&](auto const& n) { return std::pair(str(n.key), f(n.value)); });
 }
 Snapshot rows(Status const& s, bool mlag) {
   return mlag ? snap(s.mlagBfdPeerStatusIter()) : snap(s.bfdPeerStatusIter());

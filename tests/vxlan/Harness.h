@@ -59,6 +59,14 @@ inline std::string joined(std::set<std::string> const& lines) {
   return out;
 }
 
+// A collection as a sorted map of the (key, value) pairs `entry` makes of its nodes.
+template <class Map, class It, class Entry>
+Map entries(It it, Entry entry) {
+  Map out;
+  for (; !it.done(); it.advance()) out.insert(entry(it.currNodeNonStale()));
+  return out;
+}
+
 using VlanSet = std::set<std::uint16_t>;
 inline VlanSet vlanRange(std::uint16_t lo, std::uint16_t hi) {
   VlanSet s;

@@ -22,11 +22,8 @@ using Vteps = std::map<int, std::string>;  // VTEP type to address text
 // The VTEP addresses of one family: vteps(s.vtepTypeAddrIter()).
 template <class Iter>
 Vteps vteps(Iter it) {
-  Vteps m;
-  for (; !it.done(); it.advance()) {
-    m[static_cast<int>(it.currNodeNonStale().key)] = std::string(it.currNodeNonStale().value.stringValue().view());
-  }
-  return m;
+  return entries<Vteps>(
+      it, [](auto const& n) { return std::pair(static_cast<int>(n.key), std::string(n.value.stringValue().view())); });
 }
 Vteps vteps(Mlag::VxlanStatus const& s) { return vteps(s.vtepTypeAddrIter()); }
 Vteps vteps6(Mlag::VxlanStatus const& s) { return vteps(s.vtepTypeAddr6Iter()); }

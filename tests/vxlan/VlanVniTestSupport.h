@@ -18,21 +18,14 @@ using VniVtiMap = std::map<std::pair<std::uint32_t, std::string>, std::uint16_t>
 using VniMap = std::map<std::uint32_t, std::uint16_t>;
 
 inline VniVtiMap vniVtiMap(Mlag::VxlanStatus const& s) {
-  VniVtiMap m;
-  for (auto it = s.vniVtiToDynVlanMapIter(); !it.done(); it.advance()) {
-    auto const& n = it.currNodeNonStale();
-    m[{n.key.vni().value(), std::string(n.key.intfId().shortName().view())}] = n.value.value();
-  }
-  return m;
+  return entries<VniVtiMap>(s.vniVtiToDynVlanMapIter(), [](auto const& n) {
+    return std::pair(std::pair(n.key.vni().value(), std::string(n.key.intfId().shortName().view())), n.value.value());
+  });
 }
 
 inline VniMap vniMap(Mlag::VxlanStatus const& s) {
-  VniMap m;
-  for (auto it = s.vniToDynVlanMapIter(); !it.done(); it.advance()) {
-    auto const& n = it.currNodeNonStale();
-    m[n.key.value()] = n.value.value();
-  }
-  return m;
+  return entries<VniMap>(s.vniToDynVlanMapIter(),
+                         [](auto const& n) { return std::pair(n.key.value(), n.value.value()); });
 }
 
 inline Vxlan::VniVtiPair key(std::uint32_t vni, Lanx::IntfId intf = ::Vxlan1) {
