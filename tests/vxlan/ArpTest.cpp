@@ -93,7 +93,8 @@ struct WithVlan {
 // Both switches' status objects and the primary's ARP input. The flag is the one value both
 // peers publish to each other; the transport carries the tables first, then the flag.
 struct Pair {
-  RoleInputs p{RoleInputs::vtis | RoleInputs::vteps}, s{RoleInputs::vtis | RoleInputs::vteps | RoleInputs::flat};
+  RoleInputs p{RoleInputs::noVtiDir | RoleInputs::noVtepDir},
+      s{RoleInputs::noVtiDir | RoleInputs::noVtepDir | RoleInputs::noFlatDir};
 
   MlagVxlan::PrimarySm::Ptr primary() { return p.primary(); }
   MlagVxlan::SecondarySm::Ptr secondary() { return s.secondary(); }

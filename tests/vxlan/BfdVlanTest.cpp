@@ -33,7 +33,8 @@ VlanSet allBut(VlanSet const& out = {}, std::uint16_t from = 1) {
 
 class Fixture : public RoleTest {
  protected:
-  Fixture() : RoleTest(1u << 5 | 1u << 6 | 1u << 8, vtis | arp) {}
+  Fixture() : RoleTest(noVtiDir | noArpInput) {}
+  Trace trace{1u << 5 | 1u << 6 | 1u << 8};
 };
 
 Lanx::IpAddr ip(std::uint8_t last) { return Lanx::IpAddr(192, 0, 2, last); }

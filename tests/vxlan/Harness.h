@@ -149,12 +149,12 @@ void leavesNoNodes(Body body) {
 // One switch's role: its three status objects and every input either role reads, but for the
 // optional ones a suite leaves null.
 struct RoleInputs {
-  enum Without : unsigned { none = 0, vtis = 1, vteps = 2, arp = 4, flat = 8 };
-  explicit RoleInputs(unsigned without = none) {
-    if (without & vtis) vtiDir = nullptr;
-    if (without & vteps) vtepDir = nullptr;
-    if (without & arp) arpInput = nullptr;
-    if (without & flat) flatDir = nullptr;
+  enum Without : unsigned { withAll = 0, noVtiDir = 1, noVtepDir = 2, noArpInput = 4, noFlatDir = 8 };
+  explicit RoleInputs(unsigned without = withAll) {
+    if (without & noVtiDir) vtiDir = nullptr;
+    if (without & noVtepDir) vtepDir = nullptr;
+    if (without & noArpInput) arpInput = nullptr;
+    if (without & noFlatDir) flatDir = nullptr;
   }
   MlagVxlan::PrimarySm::Ptr primary() {
     mlagStatus->mlagStateIs(Mlag::MlagState::primary);
@@ -176,13 +176,10 @@ struct RoleInputs {
   Brix::Ptr<Bridging::Flat::VlanConfigDir> flatDir = Brix::newNode<Bridging::Flat::VlanConfigDir>();
 };
 
-// A fixture of one switch's role with its trace at `mask`. The guard comes first, so it checks
-// once the inputs are gone.
+// A fixture of one switch's role. The guard comes first, so it checks once the inputs are gone.
 class RoleTest : private NoNodesLeft, public ::testing::Test, protected RoleInputs {
  protected:
-  RoleTest(std::uint32_t mask, unsigned without) : RoleInputs(without), trace(mask) {}
-
-  Trace trace;
+  explicit RoleTest(unsigned without) : RoleInputs(without) {}
 };
 
 }  // namespace TestSupport

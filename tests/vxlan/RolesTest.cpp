@@ -41,7 +41,7 @@ void fillFormerLife(Status& s) {
 
 class RolesTest : public RoleTest {
  protected:
-  RolesTest() : RoleTest(1u << 5 | 1u << 6, none) { mlagStatus->mlagStateIs(Mlag::MlagState::primary); }
+  RolesTest() : RoleTest(withAll) { mlagStatus->mlagStateIs(Mlag::MlagState::primary); }
 
   // VLAN `vlan` to VNI `vni` on a VTI, from a source that may go to the peer; no VNI is input
   // the exchange refuses by raising.
@@ -56,6 +56,7 @@ class RolesTest : public RoleTest {
     return n;
   }
 
+  Trace trace{1u << 5 | 1u << 6};
   Brix::Ptr<Vxlan::VtiStatus> vxlan1 = vtiDir->vtiStatusIs(::Vxlan1);
 };
 

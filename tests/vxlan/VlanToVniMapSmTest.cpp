@@ -9,9 +9,6 @@ namespace {
 
 using MlagVxlan::VlanToVniMapSm;
 
-constexpr auto primary = Mlag::MlagState::primary;
-constexpr auto secondary = Mlag::MlagState::secondary;
-
 Lanx::IpAddr const addr1{10, 0, 0, 1}, addr2{10, 0, 0, 2}, addr3{10, 0, 0, 3}, addr4{10, 0, 0, 4}, none;
 Lanx::Ip6Addr const addr6a = Lanx::Ip6Addr::parse("2001:db8::1"), addr6b = Lanx::Ip6Addr::parse("2001:db8::2");
 auto const localType = Vxlan::VtepType::localVtep, alternateType = Vxlan::VtepType::alternateVtep,
@@ -37,13 +34,14 @@ std::vector<std::string> linesOf(std::vector<Vok::TraceCapture::Line> const& lin
   return out;
 }
 
-class VlanToVniMapSmTest : public ::testing::Test {
+class VlanToVniMapSmTest : public RoleTest {
  protected:
+  VlanToVniMapSmTest() : RoleTest(noVtepDir | noArpInput | noFlatDir) {}
+  // The roles by their state; the inputs' factories of the roles are not used here.
+  static constexpr auto primary = Mlag::MlagState::primary, secondary = Mlag::MlagState::secondary;
   void fresh() {
     sm = nullptr;
-    dir = Brix::newNode<Vxlan::VtiStatusDir>();
-    sent = Brix::newNode<Mlag::VxlanStatus>(), recv = Brix::newNode<Mlag::VxlanStatus>();
-    local = Brix::newNode<Mlag::VxlanStatus>(), mlagStatus = Brix::newNode<Mlag::Status>();
+    static_cast<RoleInputs&>(*this) = RoleInputs(noVtepDir | noArpInput | noFlatDir);
   }
   // Vxlan1 maps VLAN 200 to VNI 20; the peer publishes VNI 10 on VLAN 100.
   void maps(Vxlan::VtiStatus& v1) {
@@ -53,9 +51,9 @@ class VlanToVniMapSmTest : public ::testing::Test {
 
   VlanToVniMapSm::Ptr build(Mlag::MlagState state) {
     mlagStatus->mlagStateIs(state);
-    return MlagVxlan::vlanToVniMapSmFactory(dir, sent, recv, local, mlagStatus);
+    return MlagVxlan::vlanToVniMapSmFactory(vtiDir, sent, recv, local, mlagStatus);
   }
-  Brix::Ptr<Vxlan::VtiStatus> vti(Lanx::IntfId intf = ::Vxlan1) { return dir->vtiStatusIs(intf); }
+  Brix::Ptr<Vxlan::VtiStatus> vti(Lanx::IntfId intf = ::Vxlan1) { return vtiDir->vtiStatusIs(intf); }
   MlagVxlan::VniToDynVlanMapToCorestateSm* applier() const { return sm->vniToDynVlanMapToCorestateSm(); }
   std::size_t publishers() const { return sm->vlanToVniMapToP2pSmCount(); }
   // The flag first, so that no step in between reads as a loss of the link.
@@ -64,11 +62,6 @@ class VlanToVniMapSmTest : public ::testing::Test {
     mlagStatus->peerLinkKnownIs(known);
   }
 
-  NoNodesLeft noNodesLeft;
-  Brix::Ptr<Vxlan::VtiStatusDir> dir = Brix::newNode<Vxlan::VtiStatusDir>();
-  Brix::Ptr<Mlag::VxlanStatus> sent = Brix::newNode<Mlag::VxlanStatus>(), recv = Brix::newNode<Mlag::VxlanStatus>(),
-                               local = Brix::newNode<Mlag::VxlanStatus>();
-  Brix::Ptr<Mlag::Status> mlagStatus = Brix::newNode<Mlag::Status>();
   VlanToVniMapSm::Ptr sm;
 };
 
@@ -161,7 +154,7 @@ TEST_F(VlanToVniMapSmTest, Vxlan1ComingAndGoing) {
   // It comes with an address already set: the applier starts, the address waits for a change.
   auto v1 = Brix::newNode<Vxlan::VtiStatus>(::Vxlan1);
   v1->localVtepAddrIs(addr1);
-  dir->vtiStatusIs(::Vxlan1, v1);
+  vtiDir->vtiStatusIs(::Vxlan1, v1);
   EXPECT_EQ(vniVtiMap(*local), (VniVtiMap{{{10, "Vx1"}, 100}}));
   EXPECT_THAT(vteps(*sent), IsEmpty());
   v1->alternateVtepAddrIs(addr2);
@@ -169,7 +162,7 @@ TEST_F(VlanToVniMapSmTest, Vxlan1ComingAndGoing) {
   EXPECT_EQ(vteps(*sent), both);
 
   // It goes: the applier goes and withdraws its requests; the addresses stay until the next run.
-  dir->vtiStatusDel(::Vxlan1);
+  vtiDir->vtiStatusDel(::Vxlan1);
   EXPECT_EQ(applier(), nullptr);
   EXPECT_THAT(vniVtiMap(*local), IsEmpty());
   v1->localVtepAddrIs(addr3);  // no longer heard
@@ -187,9 +180,9 @@ TEST_F(VlanToVniMapSmTest, Vxlan1ComingAndGoing) {
   vti(vxlan2);
   vti()->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(200), mapping(20));
   sm = build(primary);
-  dir->vtiStatusDel(vxlan2);
+  vtiDir->vtiStatusDel(vxlan2);
   EXPECT_EQ(publishers(), 2u);
-  dir->vtiStatusDel(::Vxlan1);
+  vtiDir->vtiStatusDel(::Vxlan1);
   EXPECT_THAT(vniVtiMap(*sent), IsEmpty());
 }
 
@@ -270,7 +263,7 @@ TEST_F(VlanToVniMapSmTest, RebindingAVtiToANewObjectRunsTheDecisionAndBothAddres
   newVti->localVtepAddr6Is(addr6a);
   newVti->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(200), mapping(20));
   Trace trace;
-  dir->vtiStatusIs(::Vxlan1, newVti);
+  vtiDir->vtiStatusIs(::Vxlan1, newVti);
 
   EXPECT_EQ(sm->vtiStatus(::Vxlan1), reactor) << "rebound, not rebuilt";
   std::vector<std::string> entered;
