@@ -3,20 +3,11 @@
 // the loss of a VTI; and the level-triggered property: after any sequence of changes of the
 // copied table and of the configuration, the output is what a freshly built copy makes of the
 // final inputs.
-#include <gmock/gmock.h>
-#include <rapidcheck/gtest.h>
-
-#include <optional>
-
 #include "vxlan/ActiveArpTestSupport.h"
-#include "vxlan/VlanVniTestSupport.h"
 
 namespace {
 
 using namespace ActiveArpTest;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 // `p` with "{key}" as the key's trace text and "{k}" as its form in text(table).
 std::string sub(std::string p, Vxlan::VlanIpPair const& k) {
@@ -31,22 +22,15 @@ Lanx::EthAddr const macA = mac("02:00:00:00:00:0a");
 Lanx::EthAddr const macB = mac("02:00:00:00:00:0b");
 std::string const vti = "ActiveArpP2pSm::VokVtiStatus(Vx1)::";
 
-class ActiveArp : public VlanVniTest::LiveNodesTest {
+class ActiveArp : public ::testing::Test {
  protected:
-  void releaseAll() override { held.reset(); }
   MlagVxlan::ActiveArpP2pSm::NestedSm_VtiStatus& nested(MlagVxlan::ActiveArpP2pSm const& sm) {
     return *sm.vtiStatus(Lanx::IntfId("Vxlan1"));
   }
-  // The captured lines as "level|text".
-  std::vector<std::string> leveled() {
-    std::vector<std::string> out;
-    for (auto const& l : trace.takeLines()) out.push_back(std::to_string(l.level) + "|" + l.text);
-    return out;
-  }
 
-  std::optional<Copy> held{std::in_place};
-  Copy& copy = *held;
-  VlanVniTest::TraceOn trace;
+  NoNodesLeft noNodesLeft;
+  Copy copy;
+  Trace trace;
 };
 
 // ---- the paths of localIpMac and remoteIp, row by row ----
@@ -148,7 +132,7 @@ TEST_F(ActiveArp, RemoteIpCopiesWhatSelectiveInstallPassesUnlessTheFarEndHoldsIt
     row.before ? copy.out->remoteIpIs(k, true) : (void)copy.out->remoteIpDel(k);
     (void)trace.take();
     nested(*sm).handleRemoteArp(k);
-    EXPECT_THAT(leveled(), ElementsAre(sub(row.line, k)));
+    EXPECT_THAT(trace.leveled(), ElementsAre(sub(row.line, k)));
     EXPECT_EQ(copy.out->remoteIpHas(k), row.after);
   }
   // The all-keys form keeps a key the input has with any value, then its one-key pass drops it.
@@ -159,8 +143,8 @@ TEST_F(ActiveArp, RemoteIpCopiesWhatSelectiveInstallPassesUnlessTheFarEndHoldsIt
   copy.out->remoteIpIs(off, true);
   (void)trace.take();
   nested(*sm).handleRemoteArp();
-  EXPECT_THAT(leveled(), ElementsAre("5|" + vti + "handleRemoteArp()", sub("6| Del remote IP {key}", stale),
-                                     sub(del, off), "5|" + vti + "handleRemoteArp() return"));
+  EXPECT_THAT(trace.leveled(), ElementsAre("5|" + vti + "handleRemoteArp()", sub("6| Del remote IP {key}", stale),
+                                           sub(del, off), "5|" + vti + "handleRemoteArp() return"));
   EXPECT_EQ(text(*copy.out), "");
 }
 
@@ -343,8 +327,7 @@ void change(Copy& c) {
 }
 
 RC_GTEST_PROP(ActiveArpProperty, TheOutputEndsWhereAFreshCopyStarts, ()) {
-  auto const baseline = Brix::Node::liveCount();
-  {
+  leavesNoNodes([&] {
     Copy c;
     for (auto vlan : {1, 10}) {
       c.config->validSviIs(Bridging::VlanIdOrNone(vlan), true);
@@ -364,8 +347,7 @@ RC_GTEST_PROP(ActiveArpProperty, TheOutputEndsWhereAFreshCopyStarts, ()) {
     // A disabled copy leaves the capability it last told; a fresh one never told any.
     bool const enabled = fresh->vtiStatus(Lanx::IntfId("Vxlan1"))->initialized();
     RC_ASSERT(text(*c.out, enabled) == text(*freshOut, enabled));
-  }
-  RC_ASSERT(Brix::Node::liveCount() == baseline);
+  });
 }
 
 }  // namespace

@@ -2,31 +2,22 @@
 // short ways of writing keys.
 #pragma once
 
-#include <set>
-#include <sstream>
-#include <string>
-#include <string_view>
 #include <type_traits>
 
 #include "Vxlan/ActiveArpP2pSm.h"
-#include "entities/Mlag/VxlanStatus.h"
 #include "entities/Routing/L2VpnConfig.h"
 #include "entities/Vxlan/ActiveArpIpTable.h"
-#include "entities/Vxlan/VtiStatus.h"
+#include "vxlan/Harness.h"
 
 namespace ActiveArpTest {
+
+using namespace TestSupport;
 
 inline Vxlan::VlanIpPair key(std::uint16_t vlan, std::string_view addr) {
   return Vxlan::VlanIpPair(vlan, Lanx::IpGenAddr::parse(addr));
 }
 inline Lanx::EthAddr mac(std::string_view text) { return Lanx::EthAddr::parse(text); }
 inline Lanx::EthAddr const zeroMac;
-template <class T>
-std::string str(T const& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
-}
 
 // "remote vlan/addr[=false]", "local ...", "mac vlan/addr mac" per entry, sorted, then the flags.
 inline std::string text(Vxlan::ActiveArpIpTable const& t, bool withCapability = true) {
@@ -46,8 +37,7 @@ inline std::string text(Vxlan::ActiveArpIpTable const& t, bool withCapability = 
   add("remote", t.remoteIpIter());
   add("local", t.localIpIter());
   add("mac", t.localIpMacIter());
-  std::string out;
-  for (auto const& l : lines) out += l + "\n";
+  std::string out = joined(lines);
   if (t.arpSelectiveInstall()) out += "selective\n";
   if (withCapability && t.l2LearningCapable()) out += "capable\n";
   return out;

@@ -2,114 +2,39 @@
 // the primary's children per BFD peer and its reactors per VTEP status entry, the order of the
 // roles' handlers; the primary following the peer's shared VLANs, and the secondary keeping its
 // set from the VLAN configuration by either input, with damage in the flat table.
-#include <gmock/gmock.h>
-
-#include <functional>
-#include <map>
 #include <optional>
-#include <set>
-#include <sstream>
 
-#include "Vxlan/PrimarySm.h"
-#include "Vxlan/SecondarySm.h"
-#include "Vxlan/Trace.h"
-#include "entities/Bfd/StatusPeer.h"
-#include "entities/Bridging/Config.h"
-#include "entities/Mlag/Status.h"
-#include "entities/VxlanController/VtepStatus.h"
-#include "vxlan/PublicationRecorder.h"
+#include "vxlan/Harness.h"
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
+using namespace TestSupport;
 using Status = Mlag::VxlanStatus;
 using Row = VxlanController::BfdPeerStatusV2;
-using VlanSet = std::set<std::uint16_t>;
 using Snapshot = std::map<std::string, std::string>;  // key to value, both as their text forms
 
-struct Text {
-  template <class T>
-  std::string operator()(T const& v) const {
-    std::ostringstream os;
-    os << v;
-    return os.str();
-  }
-};
-template <class It, class F = Text>
-Snapshot snap(It it, F f = {}) {
-  Snapshot out;
-  for (; !it.done(); it.advance()) out[Text()(it.currNodeNonStale().key)] = f(it.currNodeNonStale().value);
-  return out;
+auto const asText = [](auto const& v) { return str(v); };
+template <class It, class F = decltype(asText)>
+Snapshot snap(It it, F f = asText) {
+  return entries<Snapshot>(it, [&](auto const& n) { return std::pair(str(n.key), f(n.value)); });
 }
 Snapshot rows(Status const& s, bool mlag) {
   return mlag ? snap(s.mlagBfdPeerStatusIter()) : snap(s.bfdPeerStatusIter());
 }
 Snapshot vxlanBfd(Status const& s) {
-  return snap(s.allVxlanBfdPeerStatusIter(), [](auto const& v) { return Text()(v->operState()); });
-}
-VlanSet shared(Status const& s) {
-  VlanSet out;
-  for (auto it = s.sharedDynVlanIter(); !it.done(); it.advance()) {
-    if (it.currNodeNonStale().value) out.insert(it.currNodeNonStale().key.value());
-  }
-  return out;
+  return snap(s.allVxlanBfdPeerStatusIter(), [](auto const& v) { return str(v->operState()); });
 }
 // Every VLAN from `from` on but those of `out`.
 VlanSet allBut(VlanSet const& out = {}, std::uint16_t from = 1) {
-  VlanSet s;
-  for (std::uint16_t v = from; v <= 4094; ++v) s.insert(v);
+  auto s = vlanRange(from, 4094);
   for (auto v : out) s.erase(v);
   return s;
 }
 
-class Capture : public Vok::TraceCapture {
- public:
-  // The lines equal to `t`, or beginning with it.
-  std::size_t count(std::string_view t, bool prefix = false) const {
-    return static_cast<std::size_t>(std::count_if(
-        lines().begin(), lines().end(), [&](auto& l) { return prefix ? l.text.starts_with(t) : l.text == t; }));
-  }
-  long indexOf(std::string_view t) const {
-    auto it = std::find_if(lines().begin(), lines().end(), [&](auto& l) { return l.text == t; });
-    return it == lines().end() ? -1 : static_cast<long>(it - lines().begin());
-  }
-  int levelOf(std::string_view t) const { return indexOf(t) < 0 ? -1 : lines()[std::size_t(indexOf(t))].level; }
-  // Each line present, in the order given.
-  void expectInOrder(std::vector<std::string> const& ls) const {
-    long last = -1;
-    for (auto const& l : ls) EXPECT_GT(indexOf(l), last) << l, last = std::max(last, indexOf(l));
-  }
-};
-
-struct NoNodesLeft {
-  std::int64_t baseline = Brix::Node::liveCount();
-  ~NoNodesLeft() { EXPECT_EQ(Brix::Node::liveCount(), baseline) << "a test left nodes behind"; }
-};
-
-class Fixture : public ::testing::Test {
+class Fixture : public RoleTest {
  protected:
-  Fixture() { MlagVxlan::_defaultTraceHandle()->levelMaskIs(1u << 5 | 1u << 6 | 1u << 8); }
-  ~Fixture() override { MlagVxlan::_defaultTraceHandle()->levelMaskIs(0); }
-
-  MlagVxlan::PrimarySm::Ptr primary() {
-    mlagStatus->mlagStateIs(Mlag::MlagState::primary);
-    return MlagVxlan::primarySmFactory(sent, recv, local, nullptr, vtepDir, nullptr, bfdPeer, mlagStatus);
-  }
-  MlagVxlan::SecondarySm::Ptr secondary() {
-    mlagStatus->mlagStateIs(Mlag::MlagState::secondary);
-    return MlagVxlan::secondarySmFactory(sent, recv, local, bridgingConfig, flatDir, nullptr, vtepDir, mlagStatus);
-  }
-
-  NoNodesLeft noNodesLeft;
-  Capture trace;
-  Brix::Ptr<Status> sent = Brix::newNode<Status>(), recv = Brix::newNode<Status>(), local = Brix::newNode<Status>();
-  Brix::Ptr<VxlanController::VtepStatusDirV2> vtepDir = Brix::newNode<VxlanController::VtepStatusDirV2>();
-  Brix::Ptr<Bfd::StatusPeer> bfdPeer = Brix::newNode<Bfd::StatusPeer>();
-  Brix::Ptr<Mlag::Status> mlagStatus = Brix::newNode<Mlag::Status>();
-  Brix::Ptr<Bridging::Config> bridgingConfig = Brix::newNode<Bridging::Config>();
-  Brix::Ptr<Bridging::Flat::VlanConfigDir> flatDir = Brix::newNode<Bridging::Flat::VlanConfigDir>();
+  Fixture() : RoleTest(noVtiDir | noArpInput) {}
+  Trace trace{1u << 5 | 1u << 6 | 1u << 8};
 };
 
 Lanx::IpAddr ip(std::uint8_t last) { return Lanx::IpAddr(192, 0, 2, last); }
@@ -119,7 +44,7 @@ Row row(char const* label, std::uint8_t last, std::uint8_t state = 1) {
 Mlag::VtiVtep vtiVtep(char const* intf, char const* addr) {
   return Mlag::VtiVtep(Lanx::IntfId(intf), Lanx::IpGenAddr::parse(addr));
 }
-std::string key(char const* intf, char const* addr) { return Text()(vtiVtep(intf, addr)); }
+std::string key(char const* intf, char const* addr) { return str(vtiVtep(intf, addr)); }
 Bfd::Peer peer(std::uint32_t type, char const* addr, std::uint64_t session = 1) {
   return Bfd::Peer(Brix::String("default"), Lanx::IntfId("Vxlan1"), session, type, Lanx::IpGenAddr::parse(addr),
                    Lanx::IpGenAddr::parse("10.0.0.100"));
@@ -384,7 +309,7 @@ TEST_F(Fixture, PrimaryFirstRunMakesTheLocalSetThePeersThenFollowsItVlanByVlan) 
   auto sm = primary();
   ASSERT_TRUE(early);
   EXPECT_LT(trace.indexOf("PrimarySm::handleInitialized()"), trace.indexOf("PrimarySm::handleSharedDynVlan(3)"));
-  EXPECT_EQ(shared(*local), peer);
+  EXPECT_EQ(shared(*local, true), peer);
   EXPECT_EQ(local->sharedDynVlanCount(), peer.size()) << "no key left with false";
   EXPECT_EQ(trace.count(" SharedDynVlan before 4094"), 1u);
   EXPECT_EQ(trace.count(" SharedDynVlan after 4001"), 1u);
@@ -411,7 +336,7 @@ TEST_F(Fixture, PrimaryFirstRunMakesTheLocalSetThePeersThenFollowsItVlanByVlan) 
     if (s.what == Do::del) (void)recv->sharedDynVlanDel(Bridging::VlanId(s.vlan));
     if (s.what == Do::direct) sm->handleSharedDynVlan(Bridging::VlanId(s.vlan));
     s.value ? (void)peer.insert(s.vlan) : (void)peer.erase(s.vlan);
-    EXPECT_EQ(shared(*local), peer);
+    EXPECT_EQ(shared(*local, true), peer);
     std::string const fn = "PrimarySm::handleSharedDynVlan(" + std::to_string(s.vlan) + ")";
     std::vector<std::string> expected{fn, fn + " return"};
     if (s.line) expected.insert(expected.begin() + 1, s.line);
@@ -419,7 +344,7 @@ TEST_F(Fixture, PrimaryFirstRunMakesTheLocalSetThePeersThenFollowsItVlanByVlan) 
     EXPECT_EQ(trace.levelOf(s.line ? s.line : ""), s.line ? 6 : -1);
   }
   sm = nullptr;
-  EXPECT_EQ(shared(*local), allBut());
+  EXPECT_EQ(shared(*local, true), allBut());
 }
 
 // The VLAN configuration by one input, the one the toggle picks.
@@ -464,8 +389,8 @@ TEST_P(SecondaryVlanConfigTest, AVlanLeavesBothSetsWhileASourceOutsideTheListCon
   configure(30, "evpn");
   configure(40, "cli", false);  // the other input: never read
   auto sm = secondary();
-  EXPECT_EQ(shared(*sent), allBut({20}));
-  EXPECT_EQ(shared(*local), (VlanSet{10, 30})) << "localVxStatus gets only what the configuration says";
+  EXPECT_EQ(shared(*sent, true), allBut({20}));
+  EXPECT_EQ(shared(*local, true), (VlanSet{10, 30})) << "localVxStatus gets only what the configuration says";
   EXPECT_EQ(sm->vlanConfigConfigSourceSmCount(), flat ? 0u : 3u);
   EXPECT_EQ(trace.levelOf(" (20)::handleVlanSource Del shared dyn vlan 20"), 6);
   EXPECT_EQ(trace.levelOf("void MlagVxlan::SecondarySm::handleVlanSource(Bridging::VlanId, const String&) Add "
@@ -480,8 +405,8 @@ TEST_P(SecondaryVlanConfigTest, AVlanLeavesBothSetsWhileASourceOutsideTheListCon
                         Step{[&] { unconfigure(10); }, {}}, Step{[&] { configure(50, "cli"); }, {50}},
                         Step{[&] { configure(60, "cli", false), unconfigure(40); }, {50}}}) {
     s.change();
-    EXPECT_EQ(shared(*sent), allBut(s.notShared));
-    for (std::uint16_t v : {10, 20}) EXPECT_EQ(shared(*local).count(v), 1u - s.notShared.count(v)) << v;
+    EXPECT_EQ(shared(*sent, true), allBut(s.notShared));
+    for (std::uint16_t v : {10, 20}) EXPECT_EQ(shared(*local, true).count(v), 1u - s.notShared.count(v)) << v;
   }
   // A VLAN that goes comes back with the three kinds of trace, whatever its last source.
   EXPECT_EQ(trace.levelOf("SecondarySm::VokVlanConfig(10)::vlanConfigSourceSmCleanup()"), 5);
@@ -489,8 +414,8 @@ TEST_P(SecondaryVlanConfigTest, AVlanLeavesBothSetsWhileASourceOutsideTheListCon
   // The role's end fills both sets, and the children's ends write their VLANs once more.
   trace.clear();
   sm = nullptr;
-  EXPECT_EQ(shared(*sent), allBut());
-  EXPECT_EQ(shared(*local), allBut());
+  EXPECT_EQ(shared(*sent, true), allBut());
+  EXPECT_EQ(shared(*local, true), allBut());
   EXPECT_EQ(trace.count("SecondarySm::VokVlanConfig(50)::vlanConfigSourceSmCleanup()"), flat ? 0u : 1u);
 }
 
@@ -539,7 +464,7 @@ TEST_F(FlatVlanConfigTest, DamageAtEachReadOfTheFlatTableIsReportedAndTakesTheDe
     for (std::uint32_t i = 0; i < cli.size() && n != 2 * i + 1; ++i) {
       if (n != 2 * i + 2) notShared.insert(cli[i]);
     }
-    EXPECT_EQ(shared(*sent), allBut(notShared));
+    EXPECT_EQ(shared(*sent, true), allBut(notShared));
     EXPECT_EQ(table.corruptionReports() - reportsBefore, 1u);
     // A notification's read by key, damaged: the VLAN reads as gone.
     table.damageIs(Shoal::ShoalMapBase::DamageAt::every);

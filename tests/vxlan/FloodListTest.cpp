@@ -2,45 +2,24 @@
 // and back, the choice of input road, the container's children and their end; and the
 // level-triggered property of each: after any sequence of flood-set changes, the output is what
 // a freshly built one makes of the final input.
-#include <gmock/gmock.h>
-#include <rapidcheck/gtest.h>
-
-#include <set>
-#include <sstream>
-
-#include "Vxlan/SmContainer.h"
 #include "entities/L2Rib/SourceDirEntry.h"
 #include "entities/Vxlan/BumStatus.h"
 #include "support/RemoteHostSwitch.h"
-#include "support/RingLogDir.h"
 #include "trace/RingLogReader.h"
 #include "vxlan/ActiveArpTestSupport.h"
-#include "vxlan/PublicationRecorder.h"
-#include "vxlan/VlanVniTestSupport.h"
 
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
+using namespace TestSupport;
 
 MLAGVXLAN_TEST_RINGLOGDIR();
 
-using ActiveArpTest::str;
 using ActiveArpTest::zeroMac;
 Lanx::EthAddr const otherMac(0x0a00, 0, 0x0001);
 L2Rib::Dest dest(std::string_view addr) { return L2Rib::canonicalVxlanDest(Lanx::IpGenAddr::parse(addr)); }
 // A VXLAN destination of the same address as dest(addr) that differs from the canonical form.
 L2Rib::Dest foreignDest(std::string_view addr) {
   return L2Rib::Dest(L2Rib::DestId(7), L2Rib::DestDataVxlan(::Vxlan1, 100, Lanx::IpGenAddr::parse(addr)));
-}
-
-// Sorted lines joined, each ended by a newline.
-std::string joined(std::set<std::string> const& lines) {
-  std::string out;
-  for (auto const& l : lines) out += l + "\n";
-  return out;
 }
 
 // "vlan mac type: addr addr=false ..." per flood set, sorted; a canonical destination by its
@@ -97,15 +76,14 @@ Brix::Ptr<Vxlan::BumVtepList> list(Vxlan::BumStatus& bum, std::uint16_t vlan, La
   return bum.bumVtepListIs(Vxlan::MacVlanPair(mac, Bridging::VlanId(vlan)));
 }
 
-class FloodList : public VlanVniTest::LiveNodesTest {
+class FloodList : public ::testing::Test {
  protected:
-  void releaseAll() override { sdeIn = sdeOut = nullptr, bumIn = bumOut = nullptr, status = nullptr; }
-
+  NoNodesLeft noNodesLeft;
   Brix::Ptr<L2Rib::SourceDirEntry> sdeIn = Brix::newNode<L2Rib::SourceDirEntry>(),
                                    sdeOut = Brix::newNode<L2Rib::SourceDirEntry>();
   Brix::Ptr<Vxlan::BumStatus> bumIn = Brix::newNode<Vxlan::BumStatus>(), bumOut = Brix::newNode<Vxlan::BumStatus>();
   Brix::Ptr<Mlag::VxlanStatus> status = Brix::newNode<Mlag::VxlanStatus>();
-  VlanVniTest::TraceOn trace;
+  Trace trace;
 };
 
 // The replica's stale removal as its traces say it; what it copies is the property's.
@@ -331,8 +309,7 @@ void dirty(Vxlan::BumStatus& out) {
 // a fresh one on a clean output.
 template <class Output, class Make>
 void checkAgainstFresh(std::vector<L2Rib::FloodSetType> const& types, Make make) {
-  auto const baseline = Brix::Node::liveCount();
-  {
+  leavesNoNodes([&] {
     auto in = Brix::newNode<L2Rib::SourceDirEntry>();
     auto out = Brix::newNode<Output>();
     dirty(*out);
@@ -343,8 +320,7 @@ void checkAgainstFresh(std::vector<L2Rib::FloodSetType> const& types, Make make)
     auto freshSm = make(in, freshOut);
     RC_ASSERT(text(*out) == text(*freshOut));
     RC_ASSERT(*out == *freshOut);
-  }
-  RC_ASSERT(Brix::Node::liveCount() == baseline);
+  });
 }
 
 RC_GTEST_PROP(FloodListProperty, TheReplicaEndsWhereAFreshOneStarts, ()) {
@@ -362,8 +338,7 @@ RC_GTEST_PROP(FloodListProperty, TheBumStatusEndsWhereAFreshOneStarts, ()) {
 // road: the legacy road keeps a list's flood set only while the list has addresses, which a
 // fresh start does not do, by design.
 RC_GTEST_PROP(FloodListProperty, TheSelectorsOutputEndsWhereAFreshOneStarts, ()) {
-  auto const baseline = Brix::Node::liveCount();
-  {
+  leavesNoNodes([&] {
     auto sde = Brix::newNode<L2Rib::SourceDirEntry>();
     auto bum = Brix::newNode<Vxlan::BumStatus>();
     auto status = Brix::newNode<Mlag::VxlanStatus>();
@@ -382,8 +357,7 @@ RC_GTEST_PROP(FloodListProperty, TheSelectorsOutputEndsWhereAFreshOneStarts, ())
     auto freshSel = MlagVxlan::floodListInputSelectorSmFactory(status, bum, sde, freshOut, "f");
     RC_ASSERT(text(*out) == text(*freshOut));
     RC_ASSERT(*out == *freshOut);
-  }
-  RC_ASSERT(Brix::Node::liveCount() == baseline);
+  });
 }
 
 }  // namespace

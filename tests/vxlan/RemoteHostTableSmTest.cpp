@@ -1,20 +1,15 @@
 // Remote MACs: the decision of handleRemoteMacEntry at each of its exits, the deferred queue on
 // virtual time, damage in the shared tables, VTIs replaced, and the level-triggered paths against
 // a fresh state machine.
-#include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
-
 #include <deque>
 #include <limits>
-#include <set>
 
-#include "entities/VxlanController/VtepStatus.h"
 #include "support/RemoteHostSwitch.h"
-#include "support/RingLogDir.h"
-#include "vxlan/VlanVniTestSupport.h"
+#include "vxlan/Harness.h"
 
 namespace {
 
+using namespace TestSupport;
 using Bridging::EntryType;
 using Lanx::EthAddr;
 using At = Shoal::ShoalMapBase::DamageAt;
@@ -62,12 +57,11 @@ struct Switch : TestSupport::RemoteHostSwitch {
   Brix::Duration timeMin() const { return sm->vcsMacCheckClock()->timeMin(); }
 };
 
-class RemoteHostTableSmTest : public VlanVniTest::LiveNodesTest {
+class RemoteHostTableSmTest : public ::testing::Test {
  protected:
-  void SetUp() override { s = std::make_unique<Switch>(); }
-  void releaseAll() override { s.reset(); }
-  std::unique_ptr<Switch> s;
-  VlanVniTest::TraceOn trace;
+  NoNodesLeft noNodesLeft;
+  Trace trace;
+  std::unique_ptr<Switch> s = std::make_unique<Switch>();
 };
 
 // Each exit of the decision, one MAC per row: its last trace line and what went to the peer.
@@ -252,8 +246,7 @@ TEST_F(RemoteHostTableSmTest, ProgrammersAssertions) {
 // level-triggered: controller records that change or go once present, and a host of one kind
 // becoming the other.
 RC_GTEST_PROP(RemoteHostTableProperty, SentTableEndsWhereAFreshOneStarts, ()) {
-  auto const baseline = Brix::Node::liveCount();
-  {
+  leavesNoNodes([&] {
     Switch w;
     w.validIs(*rc::gen::arbitrary<bool>());
     w.sm = w.build();
@@ -288,8 +281,7 @@ RC_GTEST_PROP(RemoteHostTableProperty, SentTableEndsWhereAFreshOneStarts, ()) {
     auto fresh = w.build(freshSent);
     w.loop.advanceBy(100.0);
     RC_ASSERT(*w.sent == *freshSent);
-  }
-  RC_ASSERT(Brix::Node::liveCount() == baseline);
+  });
 }
 
 // The queue against a model: a deque of keys and the set of MACs whose controller record is

@@ -1,59 +1,22 @@
 // The two peer roles: construction and first run with the exchange child, the stale VRF passes,
 // the shared VLAN reset and range test of the secondary, the cleanup both roles leave behind,
 // a role that never finished its first run, and the roles as children of the container.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <map>
 #include <optional>
-#include <set>
-#include <string>
-#include <string_view>
-#include <vector>
 
-#include "Vxlan/PrimarySm.h"
-#include "Vxlan/SecondarySm.h"
-#include "Vxlan/SmContainer.h"
-#include "Vxlan/Trace.h"
-#include "entities/Arp/InputConfig.h"
-#include "entities/Bfd/StatusPeer.h"
-#include "entities/Bridging/Config.h"
-#include "entities/Mlag/Status.h"
-#include "entities/Mlag/VxlanStatus.h"
-#include "entities/Vxlan/VtiStatus.h"
-#include "entities/VxlanController/VtepStatus.h"
-#include "support/RingLogDir.h"
-#include "vxlan/PublicationRecorder.h"
+#include "vxlan/Harness.h"
 
 namespace {
 
-using ::testing::IsEmpty;
-using TestSupport::PublicationRecorder;
+using namespace TestSupport;
 
 // The container tests make the ring-buffer handle: this process traces into a directory of its own.
 MLAGVXLAN_TEST_RINGLOGDIR();
 
-using VlanSet = std::set<std::uint16_t>;
 using Names = std::set<std::string>;
 using Status = Mlag::VxlanStatus;
 
-VlanSet vlanRange(std::uint16_t lo, std::uint16_t hi) {
-  VlanSet s;
-  for (std::uint32_t v = lo; v <= hi; ++v) s.insert(static_cast<std::uint16_t>(v));
-  return s;
-}
 VlanSet const allVlans = vlanRange(1, 4094);
 
-// The members of sharedDynVlan, or only those that hold true.
-VlanSet shared(Status const& s, bool onlyTrue = false) {
-  VlanSet out;
-  for (auto it = s.sharedDynVlanIter(); !it.done(); it.advance()) {
-    if (!onlyTrue || it.currNodeNonStale().value) out.insert(it.currNodeNonStale().key.value());
-  }
-  return out;
-}
 // The VRF names of an ARP collection.
 template <class Iter>
 Names vrfs(Iter it) {
@@ -76,50 +39,10 @@ void fillFormerLife(Status& s) {
   s.vtepTypeAddr6Is(Vxlan::VtepType::localVtep, Lanx::Ip6Addr::parse("2001:db8::99"));
 }
 
-// Captures the text trace and lets a test look at the world when a given line goes out.
-class ProbingCapture : public Vok::TraceCapture {
- public:
-  void write(Vok::TraceLine const& l) override {
-    TraceCapture::write(l);
-    if (auto it = probes.find(lines().back().text); it != probes.end()) it->second();
-  }
-  std::size_t count(std::string_view text) const {
-    return static_cast<std::size_t>(
-        std::count_if(lines().begin(), lines().end(), [&](auto& l) { return l.text == text; }));
-  }
-  // The position of the first line with `text`, or -1.
-  long indexOf(std::string_view text) const {
-    auto it = std::find_if(lines().begin(), lines().end(), [&](auto& l) { return l.text == text; });
-    return it == lines().end() ? -1 : static_cast<long>(it - lines().begin());
-  }
-  int levelOf(std::string_view text) const {
-    long const i = indexOf(text);
-    return i < 0 ? -1 : lines()[std::size_t(i)].level;
-  }
-  std::map<std::string, std::function<void()>> probes;
-};
-
-// Declared first, checked last: every node the test made is gone once the fixture's members are.
-struct NoNodesLeft {
-  std::int64_t baseline = Brix::Node::liveCount();
-  ~NoNodesLeft() { EXPECT_EQ(Brix::Node::liveCount(), baseline) << "a test left nodes behind"; }
-};
-
-class RolesTest : public ::testing::Test {
+class RolesTest : public RoleTest {
  protected:
-  RolesTest() {
-    MlagVxlan::_defaultTraceHandle()->levelMaskIs(1u << 5 | 1u << 6);
-    mlagStatus->mlagStateIs(Mlag::MlagState::primary);
-  }
-  ~RolesTest() override { MlagVxlan::_defaultTraceHandle()->levelMaskIs(0); }
+  RolesTest() : RoleTest(withAll) { mlagStatus->mlagStateIs(Mlag::MlagState::primary); }
 
-  MlagVxlan::PrimarySm::Ptr primary() {
-    return MlagVxlan::primarySmFactory(sent, recv, local, vtiDir, vtepDir, arpInput, bfdPeer, mlagStatus);
-  }
-  MlagVxlan::SecondarySm::Ptr secondary() {
-    mlagStatus->mlagStateIs(Mlag::MlagState::secondary);
-    return MlagVxlan::secondarySmFactory(sent, recv, local, bridgingConfig, flatDir, vtiDir, vtepDir, mlagStatus);
-  }
   // VLAN `vlan` to VNI `vni` on a VTI, from a source that may go to the peer; no VNI is input
   // the exchange refuses by raising.
   static void mapVlan(Vxlan::VtiStatus& vti, std::uint16_t vlan, Vxlan::VniExtOrNone vni) {
@@ -133,17 +56,8 @@ class RolesTest : public ::testing::Test {
     return n;
   }
 
-  NoNodesLeft noNodesLeft;
-  ProbingCapture trace;
-  Brix::Ptr<Status> sent = Brix::newNode<Status>(), recv = Brix::newNode<Status>(), local = Brix::newNode<Status>();
-  Brix::Ptr<Vxlan::VtiStatusDir> vtiDir = Brix::newNode<Vxlan::VtiStatusDir>();
+  Trace trace{1u << 5 | 1u << 6};
   Brix::Ptr<Vxlan::VtiStatus> vxlan1 = vtiDir->vtiStatusIs(::Vxlan1);
-  Brix::Ptr<VxlanController::VtepStatusDirV2> vtepDir = Brix::newNode<VxlanController::VtepStatusDirV2>();
-  Brix::Ptr<Arp::InputConfig> arpInput = Brix::newNode<Arp::InputConfig>();
-  Brix::Ptr<Bfd::StatusPeer> bfdPeer = Brix::newNode<Bfd::StatusPeer>();
-  Brix::Ptr<Mlag::Status> mlagStatus = Brix::newNode<Mlag::Status>();
-  Brix::Ptr<Bridging::Config> bridgingConfig = Brix::newNode<Bridging::Config>();
-  Brix::Ptr<Bridging::Flat::VlanConfigDir> flatDir = Brix::newNode<Bridging::Flat::VlanConfigDir>();
 };
 
 TEST_F(RolesTest, NullOptionalInputsStillGiveEachRoleItsExchangeChild) {

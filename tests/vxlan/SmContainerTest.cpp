@@ -1,29 +1,19 @@
 // The container: its child attribute's publications, its teardown, the process-wide trace
 // handle, creation through a directory; and its child that writes to localVxStatus whether both
 // peers can take part in scheduled peer ARP synchronisation.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "Vxlan/ScheduledMlagPeerArpSyncSm.h"
-#include "Vxlan/SmContainer.h"
-#include "entities/Mlag/VxlanStatus.h"
 #include "runtime/Dir.h"
-#include "runtime/Node.h"
-#include "support/RingLogDir.h"
-#include "vxlan/PublicationRecorder.h"
+#include "vxlan/Harness.h"
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using TestSupport::PublicationRecorder;
+using namespace TestSupport;
 using Status = Brix::Ptr<Mlag::VxlanStatus>;
 
 // Every process that makes a container traces into a directory of its own, removed afterwards.

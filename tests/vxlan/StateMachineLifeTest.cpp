@@ -4,29 +4,19 @@
 // The classes below are small stand-ins with every attribute kind. Each records what it does in
 // one event log, and the tests assert on exact orders.
 #include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <functional>
 #include <stdexcept>
-#include <string>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include "runtime/Attributes.h"
 #include "runtime/Entity.h"
 #include "runtime/Exceptions.h"
-#include "runtime/Node.h"
 #include "runtime/StateMachine.h"
-#include "vxlan/PublicationRecorder.h"
+#include "vxlan/Harness.h"
 
 namespace LifeTest {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
+using namespace TestSupport;
 
 std::vector<std::string> events;
 void ev(std::string e) { events.push_back(std::move(e)); }
@@ -207,10 +197,6 @@ class StateMachineLife : public ::testing::Test {
     events.clear();
     onMemberInit = nullptr;
   }
-  ~StateMachineLife() override {
-    parent = other = nullptr;
-    EXPECT_EQ(Brix::Node::liveCount(), baseline_) << "a teardown left nodes behind";
-  }
   // A state machine on `parent` with member 1, the events of its construction taken.
   WatchSm::Ptr watch(bool withMember = true) {
     if (withMember) parent->memberIs(1);
@@ -220,7 +206,7 @@ class StateMachineLife : public ::testing::Test {
   }
   std::size_t subscribers(Vok::Entity const& e) const { return e.publisher()->subscriberCount(); }
 
-  std::int64_t const baseline_ = Brix::Node::liveCount();
+  NoNodesLeft noNodesLeft;
   Brix::Ptr<ParentEntity> parent = Brix::newNode<ParentEntity>();
   Brix::Ptr<ParentEntity> other = Brix::newNode<ParentEntity>();
 };

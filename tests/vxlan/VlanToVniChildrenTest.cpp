@@ -4,8 +4,6 @@
 // in localVxStatus: the per-VTI map against the older one, VNI 0 by role, the resynchronisation.
 // Both are level-triggered: after any sequence of input changes each leaves its output as a
 // freshly built one makes it of the final input.
-#include <gmock/gmock.h>
-#include <rapidcheck/gtest.h>
 
 #include "Vxlan/VlanToVniMapToP2pSm.h"
 #include "Vxlan/VniToDynVlanMapToCorestateSm.h"
@@ -13,13 +11,6 @@
 
 namespace VlanVniTest {
 namespace {
-
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
-using ::testing::UnorderedElementsAre;
 
 constexpr auto primary = Mlag::MlagState::primary;
 constexpr auto secondary = Mlag::MlagState::secondary;
@@ -30,14 +21,8 @@ std::string const staticSource = sourceText(Vxlan::VniSource::staticSource);
 std::string entry(int vlan) { return "VlanToVniMapToP2pSm::handleVlanToVniMap(" + std::to_string(vlan) + ")"; }
 std::string exit(int vlan) { return entry(vlan) + " return"; }
 
-class VlanVniChildren : public LiveNodesTest {
+class VlanVniChildren : public ::testing::Test {
  protected:
-  void releaseAll() override {
-    pub = pub2 = nullptr;
-    app = nullptr;
-    sent = recv = local = nullptr;
-    vti = vti2 = nullptr;
-  }
   MlagVxlan::VlanToVniMapToP2pSm::Ptr publisher(Mlag::MlagState state, Lanx::IntfId intf = ::Vxlan1) {
     return MlagVxlan::vlanToVniMapToP2pSmFactory(intf, intf == ::Vxlan1 ? vti : vti2, sent, state);
   }
@@ -57,6 +42,7 @@ class VlanVniChildren : public LiveNodesTest {
     recv->vniToDynVlanMapIs(Vxlan::VniExtOrNone(vni), Bridging::VlanIdOrNone(vlan));
   }
 
+  NoNodesLeft noNodesLeft;
   Brix::Ptr<Mlag::VxlanStatus> sent = Brix::newNode<Mlag::VxlanStatus>(), recv = Brix::newNode<Mlag::VxlanStatus>(),
                                local = Brix::newNode<Mlag::VxlanStatus>();
   Brix::Ptr<Vxlan::VtiStatus> vti = Brix::newNode<Vxlan::VtiStatus>(::Vxlan1),
@@ -70,7 +56,7 @@ class VlanVniChildren : public LiveNodesTest {
 TEST_F(VlanVniChildren, ANewVniRetiresTheOldOneFirstAndAnUnshareableOneIsWithdrawnButRemembered) {
   map(100, 10);
   pub = publisher(primary);
-  TraceOn trace;
+  Trace trace;
   MapChanges log(*sent);
   map(100, 20);
   EXPECT_THAT(log.take(), ElementsAre("-vniVti 10/Vx1", "-vni 10", "+vniVti 20/Vx1=100", "+vni 20=100"));
@@ -100,7 +86,7 @@ TEST_F(VlanVniChildren, ANewVniRetiresTheOldOneFirstAndAnUnshareableOneIsWithdra
 TEST_F(VlanVniChildren, TwoVlansFightingOverOneVni) {
   map(100, 10);
   pub = publisher(primary);
-  TraceOn trace;
+  Trace trace;
   // B takes VNI 10 while A still maps to it: the entry becomes B's and A's shadow goes.
   map(200, 10);
   EXPECT_EQ(vniMap(*sent), (VniMap{{10, 200}}));
@@ -119,7 +105,7 @@ TEST_F(VlanVniChildren, TwoVlansFightingOverOneVni) {
 }
 
 TEST_F(VlanVniChildren, ShareabilityBySourceAndRole) {
-  TraceOn trace;
+  Trace trace;
   struct Case {
     std::string source;
     Mlag::MlagState state;
@@ -171,7 +157,7 @@ TEST_F(VlanVniChildren, AFreshPublisherRemovesWhatAnEarlierOneLeftStaleFirst) {
   sent->vniVtiToDynVlanMapIs(key(40, vxlan2), Bridging::ExtendedVlanId(400));  // another publisher's
   for (std::uint32_t vni : {10, 20, 30})
     sent->vniToDynVlanMapIs(Vxlan::VniExtOrNone(vni), Bridging::VlanIdOrNone(vni * 10));
-  TraceOn trace;
+  Trace trace;
   MapChanges log(*sent);
   pub = publisher(primary);
   EXPECT_EQ(vniVtiMap(*sent), (VniVtiMap{{{10, "Vx1"}, 100}, {{31, "Vx1"}, 300}, {{40, "Vx2"}, 400}}));
@@ -192,7 +178,7 @@ TEST_F(VlanVniChildren, DestroyingAPublisherWithdrawsTheWholePublishedMap) {
   map(200, 20, "evpn", 0, vxlan2);
   pub = publisher(primary);
   pub2 = publisher(primary, vxlan2);
-  TraceOn trace;
+  Trace trace;
   MapChanges log(*sent);
   pub2 = nullptr;  // Vxlan2's publisher takes Vxlan1's entries with it
   auto changed = log.take();
@@ -225,7 +211,7 @@ TEST_F(VlanVniChildren, VniNoneIsRefusedByThePublisherAfterTheStaleVniIsRetiredA
   app = applier(secondary);
   app->hasNotificationActiveIs(false);
   recv->vniToDynVlanMapIs(Vxlan::VniExtOrNone(), Bridging::VlanIdOrNone(5));
-  TraceOn trace;
+  Trace trace;
   EXPECT_THROW(app->handleVniToDynVlanMap(Vxlan::VniExtOrNone()), Brix::RangeException);
   EXPECT_THROW(app->handleVniVtiToDynVlanMap(), Brix::RangeException);
   // The entry is traced before the pair is formed, and nothing after.
@@ -242,7 +228,7 @@ TEST_F(VlanVniChildren, ApplierKeyByKeyTracesAndTheTeardownWithdrawsTheOlderMapF
   // Left by an earlier applier; the all-keys pass keeps it, since the older map has VNI 10.
   local->vniVtiToDynVlanMapIs(key(10, vxlan2), Bridging::ExtendedVlanId(100));
   peerVni(10, 50);
-  TraceOn trace;
+  Trace trace;
   app = applier(primary);
   EXPECT_EQ(vniVtiMap(*local), (VniVtiMap{{{10, "Vx2"}, 100}, {{10, "Vx1"}, 50}}));
   // Key by key, another VTI never consults the older map.
@@ -312,8 +298,7 @@ void changePeer(Mlag::VxlanStatus& recv) {
 }
 
 RC_GTEST_PROP(VlanToVniProperty, APublisherEndsWhereAFreshOneStarts, ()) {
-  auto const baseline = Brix::Node::liveCount();
-  {
+  leavesNoNodes([&] {
     auto const state = *rc::gen::element(primary, secondary);
     auto vti = Brix::newNode<Vxlan::VtiStatus>(::Vxlan1);
     auto sent = Brix::newNode<Mlag::VxlanStatus>();
@@ -327,8 +312,7 @@ RC_GTEST_PROP(VlanToVniProperty, APublisherEndsWhereAFreshOneStarts, ()) {
     RC_ASSERT(vniVtiMap(*sent) == vniVtiMap(*freshSent));
     RC_ASSERT(vniMap(*sent) == vniMap(*freshSent));
     RC_ASSERT(*sent == *freshSent);
-  }
-  RC_ASSERT(Brix::Node::liveCount() == baseline);
+  });
 }
 
 // What an applier makes of the peer's publication: the older map goes to Vxlan1, a per-VTI entry
@@ -344,8 +328,7 @@ VniVtiMap applied(Mlag::VxlanStatus const& recv, Mlag::MlagState state) {
 }
 
 RC_GTEST_PROP(VlanToVniProperty, AnApplierEndsWhereAFreshOneStarts, ()) {
-  auto const baseline = Brix::Node::liveCount();
-  {
+  leavesNoNodes([&] {
     auto const state = *rc::gen::element(primary, secondary, Mlag::MlagState::negotiating);
     auto recv = Brix::newNode<Mlag::VxlanStatus>();
     auto local = Brix::newNode<Mlag::VxlanStatus>();
@@ -364,8 +347,7 @@ RC_GTEST_PROP(VlanToVniProperty, AnApplierEndsWhereAFreshOneStarts, ()) {
     RC_ASSERT(vniMap(*local).empty());  // the older map is never written here
     sm = nullptr;
     RC_ASSERT(vniVtiMap(*local).empty());
-  }
-  RC_ASSERT(Brix::Node::liveCount() == baseline);
+  });
 }
 
 }  // namespace

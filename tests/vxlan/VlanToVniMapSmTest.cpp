@@ -1,26 +1,13 @@
 // The exchange core: which publishers and applier exist for a role and a VTI, the VTEP address
 // exchange in both directions, the loss of the peer link, and the rebinding of a VTI.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <map>
-#include <string>
-#include <vector>
 
 #include "Vxlan/VlanToVniMapSm.h"
-#include "entities/Mlag/Status.h"
 #include "vxlan/VlanVniTestSupport.h"
 
 namespace VlanVniTest {
 namespace {
 
 using MlagVxlan::VlanToVniMapSm;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
-constexpr auto primary = Mlag::MlagState::primary;
-constexpr auto secondary = Mlag::MlagState::secondary;
 
 Lanx::IpAddr const addr1{10, 0, 0, 1}, addr2{10, 0, 0, 2}, addr3{10, 0, 0, 3}, addr4{10, 0, 0, 4}, none;
 Lanx::Ip6Addr const addr6a = Lanx::Ip6Addr::parse("2001:db8::1"), addr6b = Lanx::Ip6Addr::parse("2001:db8::2");
@@ -32,11 +19,8 @@ using Vteps = std::map<int, std::string>;  // VTEP type to address text
 // The VTEP addresses of one family: vteps(s.vtepTypeAddrIter()).
 template <class Iter>
 Vteps vteps(Iter it) {
-  Vteps m;
-  for (; !it.done(); it.advance()) {
-    m[static_cast<int>(it.currNodeNonStale().key)] = std::string(it.currNodeNonStale().value.stringValue().view());
-  }
-  return m;
+  return entries<Vteps>(
+      it, [](auto const& n) { return std::pair(static_cast<int>(n.key), std::string(n.value.stringValue().view())); });
 }
 Vteps vteps(Mlag::VxlanStatus const& s) { return vteps(s.vtepTypeAddrIter()); }
 Vteps vteps6(Mlag::VxlanStatus const& s) { return vteps(s.vtepTypeAddr6Iter()); }
@@ -50,19 +34,14 @@ std::vector<std::string> linesOf(std::vector<Vok::TraceCapture::Line> const& lin
   return out;
 }
 
-class VlanToVniMapSmTest : public LiveNodesTest {
+class VlanToVniMapSmTest : public RoleTest {
  protected:
-  void releaseAll() override {
-    sm = nullptr;
-    dir = nullptr;
-    sent = recv = local = nullptr;
-    mlagStatus = nullptr;
-  }
+  VlanToVniMapSmTest() : RoleTest(noVtepDir | noArpInput | noFlatDir) {}
+  // The roles by their state; the inputs' factories of the roles are not used here.
+  static constexpr auto primary = Mlag::MlagState::primary, secondary = Mlag::MlagState::secondary;
   void fresh() {
-    releaseAll();
-    dir = Brix::newNode<Vxlan::VtiStatusDir>();
-    sent = Brix::newNode<Mlag::VxlanStatus>(), recv = Brix::newNode<Mlag::VxlanStatus>();
-    local = Brix::newNode<Mlag::VxlanStatus>(), mlagStatus = Brix::newNode<Mlag::Status>();
+    sm = nullptr;
+    static_cast<RoleInputs&>(*this) = RoleInputs(noVtepDir | noArpInput | noFlatDir);
   }
   // Vxlan1 maps VLAN 200 to VNI 20; the peer publishes VNI 10 on VLAN 100.
   void maps(Vxlan::VtiStatus& v1) {
@@ -72,9 +51,9 @@ class VlanToVniMapSmTest : public LiveNodesTest {
 
   VlanToVniMapSm::Ptr build(Mlag::MlagState state) {
     mlagStatus->mlagStateIs(state);
-    return MlagVxlan::vlanToVniMapSmFactory(dir, sent, recv, local, mlagStatus);
+    return MlagVxlan::vlanToVniMapSmFactory(vtiDir, sent, recv, local, mlagStatus);
   }
-  Brix::Ptr<Vxlan::VtiStatus> vti(Lanx::IntfId intf = ::Vxlan1) { return dir->vtiStatusIs(intf); }
+  Brix::Ptr<Vxlan::VtiStatus> vti(Lanx::IntfId intf = ::Vxlan1) { return vtiDir->vtiStatusIs(intf); }
   MlagVxlan::VniToDynVlanMapToCorestateSm* applier() const { return sm->vniToDynVlanMapToCorestateSm(); }
   std::size_t publishers() const { return sm->vlanToVniMapToP2pSmCount(); }
   // The flag first, so that no step in between reads as a loss of the link.
@@ -83,10 +62,6 @@ class VlanToVniMapSmTest : public LiveNodesTest {
     mlagStatus->peerLinkKnownIs(known);
   }
 
-  Brix::Ptr<Vxlan::VtiStatusDir> dir = Brix::newNode<Vxlan::VtiStatusDir>();
-  Brix::Ptr<Mlag::VxlanStatus> sent = Brix::newNode<Mlag::VxlanStatus>(), recv = Brix::newNode<Mlag::VxlanStatus>(),
-                               local = Brix::newNode<Mlag::VxlanStatus>();
-  Brix::Ptr<Mlag::Status> mlagStatus = Brix::newNode<Mlag::Status>();
   VlanToVniMapSm::Ptr sm;
 };
 
@@ -133,7 +108,7 @@ TEST_F(VlanToVniMapSmTest, MultiVtepChangesAddOrRemoveOnlyTheChildrenConcerned) 
   sm = build(secondary);
   auto* const firstApplier = applier();
   MapChanges localLog(*local);
-  TraceOn trace;
+  Trace trace;
   // A secondary becomes multi-VTEP, by either family: publishers for every VTI, the applier untouched.
   v1->mlagVtepAddrIs(addr3);
   EXPECT_EQ(vniVtiMap(*sent), (VniVtiMap{{{20, "Vx1"}, 200}}));
@@ -179,7 +154,7 @@ TEST_F(VlanToVniMapSmTest, Vxlan1ComingAndGoing) {
   // It comes with an address already set: the applier starts, the address waits for a change.
   auto v1 = Brix::newNode<Vxlan::VtiStatus>(::Vxlan1);
   v1->localVtepAddrIs(addr1);
-  dir->vtiStatusIs(::Vxlan1, v1);
+  vtiDir->vtiStatusIs(::Vxlan1, v1);
   EXPECT_EQ(vniVtiMap(*local), (VniVtiMap{{{10, "Vx1"}, 100}}));
   EXPECT_THAT(vteps(*sent), IsEmpty());
   v1->alternateVtepAddrIs(addr2);
@@ -187,13 +162,13 @@ TEST_F(VlanToVniMapSmTest, Vxlan1ComingAndGoing) {
   EXPECT_EQ(vteps(*sent), both);
 
   // It goes: the applier goes and withdraws its requests; the addresses stay until the next run.
-  dir->vtiStatusDel(::Vxlan1);
+  vtiDir->vtiStatusDel(::Vxlan1);
   EXPECT_EQ(applier(), nullptr);
   EXPECT_THAT(vniVtiMap(*local), IsEmpty());
   v1->localVtepAddrIs(addr3);  // no longer heard
   EXPECT_EQ(vteps(*sent), both);
   // Another VTI's address runs the handlers, which find no Vxlan1.
-  TraceOn trace;
+  Trace trace;
   v2->localVtepAddr6Is(addr6a);
   v2->localVtepAddrIs(addr1);
   EXPECT_THAT(vteps(*sent), IsEmpty());
@@ -205,9 +180,9 @@ TEST_F(VlanToVniMapSmTest, Vxlan1ComingAndGoing) {
   vti(vxlan2);
   vti()->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(200), mapping(20));
   sm = build(primary);
-  dir->vtiStatusDel(vxlan2);
+  vtiDir->vtiStatusDel(vxlan2);
   EXPECT_EQ(publishers(), 2u);
-  dir->vtiStatusDel(::Vxlan1);
+  vtiDir->vtiStatusDel(::Vxlan1);
   EXPECT_THAT(vniVtiMap(*sent), IsEmpty());
 }
 
@@ -226,7 +201,7 @@ TEST_F(VlanToVniMapSmTest, PeerLinkLossIsAKnownLinkWithBitZeroAndDropsThePeersUp
   EXPECT_EQ(vteps(*local), (Vteps{{1, "10.0.0.1"}, {2, "10.0.0.2"}}));
   linkDown(1, 3);
   EXPECT_EQ(vniVtiMap(*local), (VniVtiMap{{{10, "Vx1"}, 100}})) << "the VLAN maps stay";
-  TraceOn trace;
+  Trace trace;
   recv->vtepTypeAddrDel(localType);
   recv->vtepTypeAddrIs(mlagType, addr1);
   EXPECT_THAT(vteps(*local), IsEmpty());
@@ -248,7 +223,7 @@ TEST_F(VlanToVniMapSmTest, LocalVtepAddressesArePublishedByTypeAndRetiredByAddre
   v1->alternateVtepAddrIs(addr2);
   v1->mlagVtepAddrIs(addr3);
   sent->vtepTypeAddr6Is(localType, addr6b);  // left by a former life
-  TraceOn trace;
+  Trace trace;
   sm = build(primary);
   EXPECT_THAT(linesOf(trace.takeLines(), "handleLocalVtepAddr"),
               ElementsAre("VlanToVniMapSm::handleLocalVtepAddr()", " Add (3,10.0.0.3)", " Add (1,10.0.0.1)",
@@ -287,8 +262,8 @@ TEST_F(VlanToVniMapSmTest, RebindingAVtiToANewObjectRunsTheDecisionAndBothAddres
   newVti->mlagVtepAddrIs(addr3);
   newVti->localVtepAddr6Is(addr6a);
   newVti->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(200), mapping(20));
-  TraceOn trace;
-  dir->vtiStatusIs(::Vxlan1, newVti);
+  Trace trace;
+  vtiDir->vtiStatusIs(::Vxlan1, newVti);
 
   EXPECT_EQ(sm->vtiStatus(::Vxlan1), reactor) << "rebound, not rebuilt";
   std::vector<std::string> entered;

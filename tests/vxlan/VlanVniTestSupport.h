@@ -1,27 +1,15 @@
 // Helpers shared by the tests of the VLAN-to-VNI exchange: readable snapshots of the maps of a
-// Mlag::VxlanStatus, a log of its changes as they go out, and the text trace switched on.
+// Mlag::VxlanStatus, a log of its changes as they go out, and short ways of writing keys.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <map>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "Vxlan/Trace.h"
-#include "entities/Mlag/VxlanStatus.h"
-#include "entities/Vxlan/VtiStatus.h"
-#include "runtime/Node.h"
-#include "trace/TextTrace.h"
 #include "types/Bridging.h"
 #include "types/Lanx.h"
 #include "types/Vxlan.h"
-#include "vxlan/PublicationRecorder.h"
+#include "vxlan/Harness.h"
 
 namespace VlanVniTest {
+
+using namespace TestSupport;
 
 inline Lanx::IntfId const vxlan2{"Vxlan2"};
 
@@ -30,21 +18,14 @@ using VniVtiMap = std::map<std::pair<std::uint32_t, std::string>, std::uint16_t>
 using VniMap = std::map<std::uint32_t, std::uint16_t>;
 
 inline VniVtiMap vniVtiMap(Mlag::VxlanStatus const& s) {
-  VniVtiMap m;
-  for (auto it = s.vniVtiToDynVlanMapIter(); !it.done(); it.advance()) {
-    auto const& n = it.currNodeNonStale();
-    m[{n.key.vni().value(), std::string(n.key.intfId().shortName().view())}] = n.value.value();
-  }
-  return m;
+  return entries<VniVtiMap>(s.vniVtiToDynVlanMapIter(), [](auto const& n) {
+    return std::pair(std::pair(n.key.vni().value(), std::string(n.key.intfId().shortName().view())), n.value.value());
+  });
 }
 
 inline VniMap vniMap(Mlag::VxlanStatus const& s) {
-  VniMap m;
-  for (auto it = s.vniToDynVlanMapIter(); !it.done(); it.advance()) {
-    auto const& n = it.currNodeNonStale();
-    m[n.key.value()] = n.value.value();
-  }
-  return m;
+  return entries<VniMap>(s.vniToDynVlanMapIter(),
+                         [](auto const& n) { return std::pair(n.key.value(), n.value.value()); });
 }
 
 inline Vxlan::VniVtiPair key(std::uint32_t vni, Lanx::IntfId intf = ::Vxlan1) {
@@ -85,44 +66,6 @@ class MapChanges {
   Mlag::VxlanStatus const& status_;
   TestSupport::PublicationRecorder recorder_;
   std::vector<std::string> log_;
-};
-
-// Levels 5 and 6 of the system's text trace on, captured, for the life of the object.
-class TraceOn {
- public:
-  TraceOn() { MlagVxlan::_defaultTraceHandle()->levelMaskIs(1u << 5 | 1u << 6); }
-  ~TraceOn() { MlagVxlan::_defaultTraceHandle()->levelMaskIs(0); }
-  TraceOn(TraceOn const&) = delete;
-  TraceOn& operator=(TraceOn const&) = delete;
-
-  std::vector<std::string> take() {
-    auto t = capture_.texts();
-    capture_.clear();
-    return t;
-  }
-  std::vector<Vok::TraceCapture::Line> takeLines() {
-    auto l = capture_.lines();
-    capture_.clear();
-    return l;
-  }
-
- private:
-  Vok::TraceCapture capture_;
-};
-
-// Every node a test makes must be gone when it ends. The count is taken before the fixture's
-// own members are made.
-class LiveNodesTest : public ::testing::Test {
- protected:
-  void TearDown() override {
-    releaseAll();
-    EXPECT_EQ(Brix::Node::liveCount(), baseline_) << "the test left nodes behind";
-  }
-  // Drops every use the fixture holds.
-  virtual void releaseAll() = 0;
-
- private:
-  std::int64_t const baseline_ = Brix::Node::liveCount();
 };
 
 }  // namespace VlanVniTest
