@@ -4,10 +4,12 @@
 // copied table and of the configuration, the output is what a freshly built copy makes of the
 // final inputs.
 #include "vxlan/ActiveArpTestSupport.h"
+#include "vxlan/Harness.h"
 
 namespace {
 
 using namespace ActiveArpTest;
+using namespace TestSupport;
 
 // `p` with "{key}" as the key's trace text and "{k}" as its form in text(table).
 std::string sub(std::string p, Vxlan::VlanIpPair const& k) {

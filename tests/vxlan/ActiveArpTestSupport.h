@@ -2,16 +2,20 @@
 // short ways of writing keys.
 #pragma once
 
+#include <set>
+#include <sstream>
+#include <string>
+#include <string_view>
 #include <type_traits>
 
 #include "Vxlan/ActiveArpP2pSm.h"
+#include "entities/Mlag/VxlanStatus.h"
 #include "entities/Routing/L2VpnConfig.h"
 #include "entities/Vxlan/ActiveArpIpTable.h"
-#include "vxlan/Harness.h"
+#include "entities/Vxlan/VtiStatus.h"
 
+// Kept free of the test framework: the active ARP benchmark builds its copies with it too.
 namespace ActiveArpTest {
-
-using namespace TestSupport;
 
 inline Vxlan::VlanIpPair key(std::uint16_t vlan, std::string_view addr) {
   return Vxlan::VlanIpPair(vlan, Lanx::IpGenAddr::parse(addr));
@@ -37,7 +41,8 @@ inline std::string text(Vxlan::ActiveArpIpTable const& t, bool withCapability = 
   add("remote", t.remoteIpIter());
   add("local", t.localIpIter());
   add("mac", t.localIpMacIter());
-  std::string out = joined(lines);
+  std::string out;
+  for (auto const& l : lines) out += l + '\n';
   if (t.arpSelectiveInstall()) out += "selective\n";
   if (withCapability && t.l2LearningCapable()) out += "capable\n";
   return out;

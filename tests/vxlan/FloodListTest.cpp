@@ -7,6 +7,7 @@
 #include "support/RemoteHostSwitch.h"
 #include "trace/RingLogReader.h"
 #include "vxlan/ActiveArpTestSupport.h"
+#include "vxlan/Harness.h"
 
 namespace {
 
