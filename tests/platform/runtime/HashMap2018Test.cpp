@@ -228,7 +228,8 @@ void checkAgainstModel(std::vector<Op> const& ops) {
       // callback inserts too, and lookups meanwhile see only what is still there.
       std::optional<std::uint64_t> last;
       std::size_t step = 0;
-      bool backAgain = false;  // the call before put its own key back, as the value saw
+      bool backAgain = false;       // the call before put its own key back, as the value saw
+      auto const& actions = steps;  // a lambda may not name a structured binding in Clang 14
       m.eraseEach([&](int const& k) {
         // The value of the call before went after it.
         if (!std::exchange(backAgain, false)) RC_ASSERT(allGone(model.entries.size()));
@@ -239,8 +240,8 @@ void checkAgainstModel(std::vector<Op> const& ops) {
         model.entries.erase(k);
         held.clear();
         erasedInWalk = true;
-        if (step < steps.size()) {
-          auto [action, other] = steps[step++];
+        if (step < actions.size()) {
+          auto [action, other] = actions[step++];
           if (action == 1) erase(other, true);
           if (action == 2) {
             m.newMemberG(other, Watched(other * 7, other));
