@@ -96,13 +96,8 @@ class HashMap2018 {
   // Removes the entry and hands back its value. False, and nothing changed, if absent.
   bool deleteMemberG(K const& key, V* out = nullptr) {
     if (live_ == 0) return false;
-    std::uint64_t h = hashOf(key);
-    std::size_t b = bucketOf(h);
-    for (;; b = (b + 1) & mask()) {
-      std::uint32_t s = index_[b].slot;
-      if (s == kEmpty) return false;
-      if (index_[b].tag == tagOf(h) && slot(s).key == key && !lazilyErased(s)) break;
-    }
+    std::size_t const b = bucketHolding(key, hashOf(key));
+    if (b == kNoBucket) return false;
     std::uint32_t s = index_[b].slot;
     eraseIndexAt(b);
     V v = std::exchange(slot(s).value, V{});
@@ -161,7 +156,7 @@ class HashMap2018 {
       markDead(s);
       --live_;
       ++lazyDead_;
-      erasedInWalk_ = true;
+      erasedInWalk_ = true;  // so the walk's end reclaims, and rebuilds the index with it
       erased(std::as_const(n.key));
     }
   }
@@ -359,13 +354,20 @@ class HashMap2018 {
   }
 
   std::uint32_t probe(K const& key, std::uint64_t h) const noexcept {
+    std::size_t const b = bucketHolding(key, h);
+    if (b == kNoBucket) return kEmpty;
+    std::uint32_t const s = index_[b].slot;
+    if (s - hint_ <= 1) hintCredit_ = kHintCredit;
+    return hint_ = s;
+  }
+
+  // The bucket of the live entry of `key`, passing over those eraseEach left behind.
+  static constexpr std::size_t kNoBucket = ~std::size_t{0};
+  std::size_t bucketHolding(K const& key, std::uint64_t h) const noexcept {
     for (std::size_t b = bucketOf(h);; b = (b + 1) & mask()) {
       Bucket const& e = index_[b];
-      if (e.slot == kEmpty) return kEmpty;
-      if (e.tag == tagOf(h) && slot(e.slot).key == key && !lazilyErased(e.slot)) {
-        if (e.slot - hint_ <= 1) hintCredit_ = kHintCredit;
-        return hint_ = e.slot;
-      }
+      if (e.slot == kEmpty) return kNoBucket;
+      if (e.tag == tagOf(h) && slot(e.slot).key == key && !lazilyErased(e.slot)) return b;
     }
   }
 
