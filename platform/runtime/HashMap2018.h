@@ -73,6 +73,12 @@ class HashMap2018 {
   Node const* lookupNodeG(K const& key) const noexcept { return const_cast<HashMap2018*>(this)->lookupNodeG(key); }
   bool contains(K const& key) const noexcept { return lookupNodeG(key) != nullptr; }
 
+  // Sizes the index for `n` entries, so that filling the map to that many rebuilds it no more.
+  void reserve(std::size_t n) {
+    std::size_t const want = std::max<std::size_t>(16, std::bit_ceil((n + lazyDead_) * 5 / 4 + 1));
+    if (want > index_.size()) rebuildIndex(want);
+  }
+
   // Inserts the entry, or replaces the value of the key present; returns the node.
   Node* newMemberG(K const& key, V value) {
     std::uint64_t h = hashOf(key);

@@ -589,6 +589,9 @@ class ChildCollection final : Impl::Member {
                                              std::index_sequence_for<A...>{});
   }
 
+  // Room for `n` children: an owner that is about to make one per entry of an input says so.
+  void reserve(std::size_t n) { map_.reserve(n); }
+
   Brix::Ptr<Sm> del(K const& key) {
     Brix::Ptr<Sm> old;
     map_.deleteMemberG(key, &old);

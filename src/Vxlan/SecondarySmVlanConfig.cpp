@@ -77,8 +77,10 @@ void SecondarySm::handleVlanConfig(Bridging::VlanId vlanId) {
   }
 }
 
-// Runs only at the start, when no child exists: no stale pass.
+// Runs only at the start, when no child exists: no stale pass. A child per configured VLAN is
+// about to be made, so their collection is sized once rather than grown step by step.
 void SecondarySm::handleVlanConfig() {
+  vlanConfigConfigSourceSm_.reserve(bridgingConfig_->vlanConfigCount());
   for (auto it = bridgingConfig_->vlanConfigIter(); !it.done(); it.advance()) {
     handleVlanConfig(it.currNodeMaybeStale().key);
   }
