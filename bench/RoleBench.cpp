@@ -285,9 +285,12 @@ struct BareMaps {
       vniVtiToVlan[std::uint64_t{vniBase + v} << 32 | 1] = v;
     }
   }
+  // Key by key, as a withdrawal must be: each entry's going is a write the peer is told of.
   void withdraw() {
-    vniToVlan.clear();
-    vniVtiToVlan.clear();
+    for (std::uint16_t v = 1; v <= vlanCount; ++v) {
+      vniToVlan.erase(vniBase + v);
+      vniVtiToVlan.erase(std::uint64_t{vniBase + v} << 32 | 1);
+    }
   }
   void cleanup() {
     for (std::uint16_t v = 1; v <= vlanCount; ++v) sharedLocal[v] = true;
