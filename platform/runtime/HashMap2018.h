@@ -66,9 +66,8 @@ class HashMap2018 {
 
   Node* lookupNodeG(K const& key) noexcept {
     if (live_ == 0) return nullptr;  // no hash for an empty map
-    std::uint32_t s = hintedSlotOf(key);
-    if (s == kEmpty) s = probe(key, hashOf(key));
-    return s == kEmpty ? nullptr : &slot(s);
+    if (std::uint32_t s = hintedSlotOf(key); s != kEmpty) return &slot(s);
+    return probe(key, hashOf(key)).node;
   }
   Node const* lookupNodeG(K const& key) const noexcept { return const_cast<HashMap2018*>(this)->lookupNodeG(key); }
   bool contains(K const& key) const noexcept { return lookupNodeG(key) != nullptr; }
@@ -102,11 +101,11 @@ class HashMap2018 {
   // Removes the entry and hands back its value. False, and nothing changed, if absent.
   bool deleteMemberG(K const& key, V* out = nullptr) {
     if (live_ == 0) return false;
-    std::size_t const b = bucketHolding(key, hashOf(key));
-    if (b == kNoBucket) return false;
-    std::uint32_t s = index_[b].slot;
-    eraseIndexAt(b);
-    V v = std::exchange(slot(s).value, V{});
+    Holding const at = holding(key, hashOf(key));
+    if (!at.node) return false;
+    std::uint32_t const s = at.slot;
+    eraseIndexAt(at.bucket);
+    V v = std::exchange(at.node->value, V{});
     markDead(s);
     --live_;
     erasedInWalk_ |= walkers_ > 0;
@@ -356,24 +355,34 @@ class HashMap2018 {
   std::uint32_t find(K const& key, std::uint64_t h) const noexcept {
     if (live_ == 0) return kEmpty;
     if (std::uint32_t s = hintedSlotOf(key); s != kEmpty) return s;
-    return probe(key, h);
+    return probe(key, h).slot;
   }
 
-  std::uint32_t probe(K const& key, std::uint64_t h) const noexcept {
-    std::size_t const b = bucketHolding(key, h);
-    if (b == kNoBucket) return kEmpty;
-    std::uint32_t const s = index_[b].slot;
-    if (s - hint_ <= 1) hintCredit_ = kHintCredit;
-    return hint_ = s;
+  // Where the live entry of a key stands: all three come from one pass, so that a caller needs
+  // neither the bucket read again nor the slot's address worked out again.
+  struct Holding {
+    std::size_t bucket;
+    std::uint32_t slot;
+    Node* node;  // null: no live entry
+  };
+  Holding probe(K const& key, std::uint64_t h) const noexcept {
+    Holding const at = holding(key, h);
+    if (at.node) {
+      if (at.slot - hint_ <= 1) hintCredit_ = kHintCredit;
+      hint_ = at.slot;
+    }
+    return at;
   }
 
-  // The bucket of the live entry of `key`, passing over those eraseEach left behind.
-  static constexpr std::size_t kNoBucket = ~std::size_t{0};
-  std::size_t bucketHolding(K const& key, std::uint64_t h) const noexcept {
-    for (std::size_t b = bucketOf(h);; b = (b + 1) & mask()) {
-      Bucket const& e = index_[b];
-      if (e.slot == kEmpty) return kNoBucket;
-      if (e.tag == tagOf(h) && slot(e.slot).key == key && !lazilyErased(e.slot)) return b;
+  // Passes over the buckets eraseEach left behind.
+  Holding holding(K const& key, std::uint64_t h) const noexcept {
+    std::uint32_t const tag = tagOf(h);
+    for (std::size_t b = homeOf(tag);; b = (b + 1) & mask()) {
+      Bucket const e = index_[b];
+      if (e.slot == kEmpty) return Holding{b, kEmpty, nullptr};
+      if (e.tag != tag) continue;
+      Node& n = slot(e.slot);
+      if (n.key == key && !lazilyErased(e.slot)) return Holding{b, e.slot, &n};
     }
   }
 
