@@ -74,8 +74,9 @@ class HashMap2018 {
 
   // Sizes the index for `n` entries, so that filling the map to that many rebuilds it no more.
   void reserve(std::size_t n) {
-    std::size_t const want = std::max<std::size_t>(16, std::bit_ceil((n + lazyDead_) * 5 / 4 + 1));
-    if (want > index_.size()) rebuildIndex(want);
+    std::size_t size = std::max<std::size_t>(16, index_.size());
+    while (!indexHolds(n + lazyDead_, size)) size *= 2;
+    if (size > index_.size()) rebuildIndex(size);
   }
 
   // Inserts the entry, or replaces the value of the key present; returns the node.
@@ -416,7 +417,7 @@ class HashMap2018 {
       if (deadCount_ * 4 >= count_ && deadCount_ > 0) reclaimDue_ = true;
       addSegment();
     }
-    if ((live_ + lazyDead_ + 1) * 5 > index_.size() * 4) growIndex();  // load at most 0.8
+    if (!indexHolds(live_ + lazyDead_ + 1, index_.size())) growIndex();
     std::uint32_t s = count_;
     ::new (static_cast<void*>(&slot(s))) Node{key, std::move(value)};
     ++count_;
@@ -433,6 +434,8 @@ class HashMap2018 {
     segments_.emplace_back(static_cast<Node*>(::operator new (n * sizeof(Node), std::align_val_t{alignof(Node)})));
   }
 
+  // An index holds its buckets at a load of at most 0.8.
+  static bool indexHolds(std::size_t buckets, std::size_t size) noexcept { return buckets * 5 <= size * 4; }
   void growIndex() { rebuildIndex(index_.empty() ? 16 : index_.size() * 2); }
 
   // The index for the live entries at a load of a quarter to a half; none for no entry.
