@@ -296,10 +296,18 @@ inline bool RingBuf::startMsg(TraceFile* file, int msgId, std::uint32_t valueByt
     headBlock_ = block;
     blockFirst_[block] = head_;
   }
+  // The header's fields are stored one by one: a header built aside and copied whole would be
+  // read back over the pieces just stored, which stalls.
   char* p = base_ + headOff_;
-  Format::RecordHeader h{msgId, static_cast<std::uint32_t>(size), file->nextSeq_++, recordStamp()};
-  std::memcpy(p, &h, sizeof h);
-  cursor_ = p + sizeof h;
+  std::int32_t const id = msgId;
+  auto const recordSize = static_cast<std::uint32_t>(size);
+  std::uint64_t const seq = file->nextSeq_++;
+  std::uint64_t const stamp = recordStamp();
+  std::memcpy(p + offsetof(Format::RecordHeader, msgId), &id, sizeof id);
+  std::memcpy(p + offsetof(Format::RecordHeader, size), &recordSize, sizeof recordSize);
+  std::memcpy(p + offsetof(Format::RecordHeader, seq), &seq, sizeof seq);
+  std::memcpy(p + offsetof(Format::RecordHeader, stamp), &stamp, sizeof stamp);
+  cursor_ = p + sizeof(Format::RecordHeader);
   pending_ = static_cast<std::uint32_t>(size);
   return true;
 }
