@@ -82,21 +82,21 @@ class HashMap2018 {
   // Inserts the entry, or replaces the value of the key present; returns the node.
   Node* newMemberG(K const& key, V value) {
     std::uint64_t h = hashOf(key);
-    std::uint32_t s = find(key, h);
-    if (s != kEmpty) {
-      slot(s).value = std::move(value);
-      return &slot(s);
+    Holding const at = find(key, h);
+    if (at.node) {
+      at.node->value = std::move(value);
+      return at.node;
     }
-    return insertNew(key, std::move(value), h);
+    return insertNew(key, std::move(value), h, at.bucket);
   }
 
   // Returns the node of the key, inserting one with `value` if absent; the bool says whether
   // it was inserted.
   std::pair<Node*, bool> findOrInsert(K const& key, V value) {
     std::uint64_t h = hashOf(key);
-    std::uint32_t s = find(key, h);
-    if (s != kEmpty) return {&slot(s), false};
-    return {insertNew(key, std::move(value), h), true};
+    Holding const at = find(key, h);
+    if (at.node) return {at.node, false};
+    return {insertNew(key, std::move(value), h, at.bucket), true};
   }
 
   // Removes the entry and hands back its value. False, and nothing changed, if absent.
@@ -353,19 +353,22 @@ class HashMap2018 {
     return hint_ = s;
   }
 
-  std::uint32_t find(K const& key, std::uint64_t h) const noexcept {
-    if (live_ == 0) return kEmpty;
-    if (std::uint32_t s = hintedSlotOf(key); s != kEmpty) return s;
-    return probe(key, h).slot;
-  }
-
   // Where the live entry of a key stands: all three come from one pass, so that a caller needs
-  // neither the bucket read again nor the slot's address worked out again.
+  // neither the bucket read again nor the slot's address worked out again. Without a live entry,
+  // the empty bucket that ended the search, where an insert puts the key; kNoBucket when no
+  // search was made.
   struct Holding {
     std::size_t bucket;
     std::uint32_t slot;
     Node* node;  // null: no live entry
   };
+  static constexpr std::size_t kNoBucket = ~std::size_t{0};
+
+  Holding find(K const& key, std::uint64_t h) const noexcept {
+    if (live_ == 0) return Holding{kNoBucket, kEmpty, nullptr};
+    if (std::uint32_t s = hintedSlotOf(key); s != kEmpty) return Holding{kNoBucket, s, &slot(s)};
+    return probe(key, h);
+  }
   Holding probe(K const& key, std::uint64_t h) const noexcept {
     Holding const at = holding(key, h);
     if (at.node) {
@@ -410,19 +413,27 @@ class HashMap2018 {
     index_[hole] = Bucket{};
   }
 
-  Node* insertNew(K const& key, V&& value, std::uint64_t h) {
+  // `bucket`: where a search for the key just ended, or kNoBucket.
+  Node* insertNew(K const& key, V&& value, std::uint64_t h, std::size_t bucket) {
     if (count_ == segmentCapacity(segments_.size())) {
       // Growing past a quarter of tombstones: the next erase outside a walk reclaims them and
       // gives the spare segment back. Never here, where the caller may hold node pointers.
       if (deadCount_ * 4 >= count_ && deadCount_ > 0) reclaimDue_ = true;
       addSegment();
     }
-    if (!indexHolds(live_ + lazyDead_ + 1, index_.size())) growIndex();
+    if (!indexHolds(live_ + lazyDead_ + 1, index_.size())) {
+      growIndex();
+      bucket = kNoBucket;
+    }
     std::uint32_t s = count_;
     ::new (static_cast<void*>(&slot(s))) Node{key, std::move(value)};
     ++count_;
     if ((s >> 6) >= dead_.size()) dead_.push_back(0);
-    indexPut(s, h);
+    if (bucket == kNoBucket) {
+      indexPut(s, h);
+    } else {
+      index_[bucket] = Bucket{s, tagOf(h)};
+    }
     ++live_;
     hint_ = s;
     hintCredit_ = kHintCredit;
