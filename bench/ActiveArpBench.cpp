@@ -63,14 +63,18 @@ struct Copy : ActiveArpTest::Copy {
 void Carry(benchmark::State& state) {
   auto const count = static_cast<int>(state.range(0));
   Copy c(count);
+  BenchSupport::RecordCount records;
   for (auto _ : state) {
+    records.resume();
     auto sm = c.make();
+    records.pause();
     state.PauseTiming();
     if (c.out->localIpMacCount() != static_cast<std::size_t>(count)) state.SkipWithError("carry incomplete");
     sm = nullptr;  // its cleanup empties the output for the next round
     state.ResumeTiming();
   }
   state.SetItemsProcessed(state.iterations() * count);
+  records.report(state, "records");
 }
 BENCHMARK(Carry)->Arg(50'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 

@@ -109,17 +109,21 @@ struct Pair {
 
 void FromNothing(benchmark::State& state) {
   auto const entries = static_cast<int>(state.range(0));
+  BenchSupport::RecordCount records;
   for (auto _ : state) {
     state.PauseTiming();
     auto pair = std::make_unique<Pair>(entries);
     state.ResumeTiming();
+    records.resume();
     pair->start();
+    records.pause();
     state.PauseTiming();
     if (pair->applied() != std::size_t(entries)) state.SkipWithError("exchange incomplete");
     pair.reset();
     state.ResumeTiming();
   }
   state.SetItemsProcessed(state.iterations() * entries);
+  records.report(state, "records");
 }
 BENCHMARK(FromNothing)->Arg(50'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 

@@ -4,6 +4,7 @@
 // records: those the library wrote, and the plain record a baseline appends in their place.
 #pragma once
 
+#include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <stdlib.h>
 
@@ -58,6 +59,20 @@ inline std::uint64_t ringRecordsWritten() {
   RingLog::TraceHandle const* ring = MlagVxlan::vxlanRlHandle();
   return ring && ring->file() ? ring->file()->written() : 0;
 }
+
+// Counts the ring records of the timed part of each iteration, reported as `records_per_change`
+// (or another name): resume() where the timing resumes, pause() where it pauses.
+class RecordCount {
+ public:
+  void resume() { from_ = ringRecordsWritten(); }
+  void pause() { total_ += ringRecordsWritten() - from_; }
+  void report(benchmark::State& state, char const* name = "records_per_change") const {
+    state.counters[name] = static_cast<double>(total_) / static_cast<double>(state.iterations());
+  }
+
+ private:
+  std::uint64_t from_ = 0, total_ = 0;
+};
 
 // Heap allocations made by the program so far: every operator new counts one.
 inline std::atomic<std::size_t> allocationCount{0};

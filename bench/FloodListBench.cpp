@@ -63,14 +63,18 @@ void Replicate(benchmark::State& state) {
   Pair p;
   auto in = sourceDir(vlans);
   auto out = Brix::newNode<L2Rib::SourceDirEntry>();
+  BenchSupport::RecordCount records;
   for (auto _ : state) {
+    records.resume();
     auto sm = MlagVxlan::sourceDirEntryP2pSmFactory(in, out, "vcs");
+    records.pause();
     state.PauseTiming();
     if (out->vlanFloodSetCount() != static_cast<std::size_t>(vlans)) state.SkipWithError("replica incomplete");
     sm = nullptr;  // its cleanup empties the output for the next round
     state.ResumeTiming();
   }
   state.SetItemsProcessed(state.iterations() * vlans * vtepCount);
+  records.report(state, "records");
 }
 BENCHMARK(Replicate)->Arg(2047)->Arg(4094)->Unit(benchmark::kMillisecond);
 

@@ -56,12 +56,15 @@ struct Switch : TestSupport::RemoteHostSwitch {
 
 void FirstWalk180k(benchmark::State& state) {
   Switch w(macCount, Bridging::EntryType::learnedRemoteMac);
+  BenchSupport::RecordCount records;
   for (auto _ : state) {
     state.PauseTiming();
     w.sent->hostEntryDelAll();
     w.build();
     state.ResumeTiming();
+    records.resume();
     w.proto->peerMonotonicOffsetValidIs(true);
+    records.pause();
     state.PauseTiming();
     if (w.sent->hostEntryCount() != macCount) state.SkipWithError("walk incomplete");
     w.proto->peerMonotonicOffsetValidIs(false);
@@ -69,6 +72,7 @@ void FirstWalk180k(benchmark::State& state) {
     state.ResumeTiming();
   }
   state.SetItemsProcessed(state.iterations() * macCount);
+  records.report(state, "records");
 }
 BENCHMARK(FirstWalk180k)->Unit(benchmark::kMillisecond);
 

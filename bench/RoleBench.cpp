@@ -135,18 +135,7 @@ struct Pair {
   }
 };
 
-// Counts the ring records of the timed part of each iteration: `records_per_change`.
-class RecordCount {
- public:
-  void resume() { from_ = BenchSupport::ringRecordsWritten(); }
-  void pause() { total_ += BenchSupport::ringRecordsWritten() - from_; }
-  void report(benchmark::State& state) const {
-    state.counters["records_per_change"] = static_cast<double>(total_) / static_cast<double>(state.iterations());
-  }
-
- private:
-  std::uint64_t from_ = 0, total_ = 0;
-};
+using BenchSupport::RecordCount;
 
 // What the primary publishes, and whether the statements went to a ring file as in an agent.
 void report(benchmark::State& state, Status const& primarySent) {
