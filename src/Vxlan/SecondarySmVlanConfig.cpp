@@ -66,11 +66,12 @@ VlanConfigConfigSourceSm::Ptr SecondarySm::vlanConfigConfigSourceSmIs(
 }
 
 // A VLAN that goes drops its child here, whose end returns the VLAN to the set.
-void SecondarySm::handleVlanConfig(Bridging::VlanId vlanId) {
+void SecondarySm::handleVlanConfig(Bridging::VlanId vlanId, bool childless) {
   if (auto vlanConfig = bridgingConfig_->vlanConfig(vlanId)) {
     // The VLAN's entity deleted and made again while this role did not hear of it: the old
     // child ends first.
-    if (vlanConfigConfigSourceSm_.hasOtherArgs(vlanId, vlanConfig, this)) (void)vlanConfigConfigSourceSmDel(vlanId);
+    if (!childless && vlanConfigConfigSourceSm_.hasOtherArgs(vlanId, vlanConfig, this))
+      (void)vlanConfigConfigSourceSmDel(vlanId);
     vlanConfigConfigSourceSmIs(vlanConfig);
   } else {
     (void)vlanConfigConfigSourceSmDel(vlanId);
@@ -82,7 +83,7 @@ void SecondarySm::handleVlanConfig(Bridging::VlanId vlanId) {
 void SecondarySm::handleVlanConfig() {
   vlanConfigConfigSourceSm_.reserve(bridgingConfig_->vlanConfigCount());
   for (auto it = bridgingConfig_->vlanConfigIter(); !it.done(); it.advance()) {
-    handleVlanConfig(it.currNodeMaybeStale().key);
+    handleVlanConfig(it.currNodeMaybeStale().key, true);
   }
 }
 

@@ -408,6 +408,16 @@ TEST_P(SecondaryVlanConfigTest, AVlanLeavesBothSetsWhileASourceOutsideTheListCon
     EXPECT_EQ(shared(*sent, true), allBut(s.notShared));
     for (std::uint16_t v : {10, 20}) EXPECT_EQ(shared(*local, true).count(v), 1u - s.notShared.count(v)) << v;
   }
+  if (!flat) {
+    // A VLAN's entity made again in place, heard as one change: the old child ends first and
+    // gives the VLAN back, then a child of the new entity reads its source.
+    auto again = Brix::newNode<Bridging::VlanConfig>(Bridging::VlanId(30));
+    again->configSourceIs(Brix::String("cli"));
+    bridgingConfig->vlanConfigIs(Bridging::VlanId(30), again);
+    EXPECT_EQ(sm->vlanConfigConfigSourceSm(Bridging::VlanId(30))->vlanConfig(), again);
+    EXPECT_EQ(shared(*sent, true), allBut({30, 50}));
+    EXPECT_EQ(trace.count("void MlagVxlan::SecondarySm::vlanConfigSourceSmCleanup(Bridging::VlanId) return(): 30"), 1u);
+  }
   // A VLAN that goes comes back with the three kinds of trace, whatever its last source.
   EXPECT_EQ(trace.levelOf("SecondarySm::VokVlanConfig(10)::vlanConfigSourceSmCleanup()"), 5);
   EXPECT_EQ(trace.count("void MlagVxlan::SecondarySm::vlanConfigSourceSmCleanup(Bridging::VlanId) return(): 10"), 1u);
