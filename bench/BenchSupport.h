@@ -60,6 +60,14 @@ inline std::uint64_t ringRecordsWritten() {
   return ring && ring->file() ? ring->file()->written() : 0;
 }
 
+// The ring records `work` writes: a baseline appends as many as the library's run of it does.
+template <class Work>
+std::uint64_t recordsWrittenBy(Work&& work) {
+  std::uint64_t const before = ringRecordsWritten();
+  work();
+  return ringRecordsWritten() - before;
+}
+
 // Counts the ring records of the timed part of each iteration, reported as `records_per_change`
 // (or another name): resume() where the timing resumes, pause() where it pauses.
 class RecordCount {

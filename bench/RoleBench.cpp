@@ -133,6 +133,12 @@ struct Pair {
     carry(*a.sent, *b.recv);
     carry(*b.sent, *a.recv);
   }
+  // `b` primary and `a` secondary, each side's sentVxStatus carried over.
+  void swapRoles() {
+    a.becomeSecondary();
+    b.becomePrimary();
+    exchange();
+  }
 };
 
 using BenchSupport::RecordCount;
@@ -168,9 +174,7 @@ BENCHMARK(BM_RoleChange_PrimaryToSecondary)->Unit(benchmark::kMillisecond);
 void BM_RoleChange_SecondaryToPrimary(benchmark::State& state) {
   // `b` is the primary here, so `a` as secondary applies 4094 dynamic VLANs before each change.
   Pair pair;
-  pair.a.becomeSecondary();
-  pair.b.becomePrimary();
-  pair.exchange();
+  pair.swapRoles();
   if (pair.a.local->vniVtiToDynVlanMapCount() != vlanCount) state.SkipWithError("the secondary applied nothing");
   RecordCount records;
   for (auto _ : state) {
@@ -293,21 +297,14 @@ struct BareMaps {
 // The ring records a change writes, as its figure counts them (records_per_change): counted by
 // making the change once on a pair of its own, so that a baseline follows the library's
 // statements.
-template <class Change>
-std::size_t recordsOf(Change&& change) {
-  std::uint64_t const before = BenchSupport::ringRecordsWritten();
-  change();
-  return static_cast<std::size_t>(BenchSupport::ringRecordsWritten() - before);
-}
+std::size_t recordsOf(auto&& change) { return static_cast<std::size_t>(BenchSupport::recordsWrittenBy(change)); }
 std::size_t recordsPrimaryToSecondary() {
   Pair pair;
   return recordsOf([&] { pair.a.becomeSecondary(); });
 }
 std::size_t recordsSecondaryToPrimary() {
   Pair pair;
-  pair.a.becomeSecondary();
-  pair.b.becomePrimary();
-  pair.exchange();
+  pair.swapRoles();
   return recordsOf([&] { pair.a.becomePrimary(); });
 }
 std::size_t recordsPeerReactionToNewPrimary() {

@@ -90,15 +90,10 @@ struct Pair {
 // the publisher's entry, decision, sync and return, and the applier's entry, add and return for
 // each of the two received collections; a VNI change withdraws the old VNI and publishes and
 // applies the new one.
-std::uint64_t ringRecordsOf(auto&& work) {
-  std::uint64_t const before = BenchSupport::ringRecordsWritten();
-  work();
-  return BenchSupport::ringRecordsWritten() - before;
-}
 std::uint64_t recordsFromNothing() {
   static std::uint64_t const n = [] {
     Pair pair;
-    return ringRecordsOf([&] { pair.start(); });
+    return BenchSupport::recordsWrittenBy([&] { pair.start(); });
   }();
   return n;
 }
@@ -106,7 +101,7 @@ int recordsPerChange() {
   static int const n = [] {
     Pair pair;
     pair.start();
-    return static_cast<int>(ringRecordsOf([&] {
+    return static_cast<int>(BenchSupport::recordsWrittenBy([&] {
       pair.vti->extendedVlanToVniMapIs(Bridging::ExtendedVlanId(100), mapping(900000));
       pair.settle();
     }));

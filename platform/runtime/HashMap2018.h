@@ -390,9 +390,13 @@ class HashMap2018 {
     }
   }
 
-  void indexPut(std::uint32_t s, std::uint64_t h) noexcept {
-    std::size_t b = bucketOf(h);
-    while (index_[b].slot != kEmpty) b = (b + 1) & mask();
+  // Into the first empty bucket from the home of `h`, or into `at` where a search already found it.
+  void indexPut(std::uint32_t s, std::uint64_t h, std::size_t at = kNoBucket) noexcept {
+    std::size_t b = at;
+    if (b == kNoBucket) {
+      b = bucketOf(h);
+      while (index_[b].slot != kEmpty) b = (b + 1) & mask();
+    }
     index_[b] = Bucket{s, tagOf(h)};
   }
 
@@ -429,11 +433,7 @@ class HashMap2018 {
     ::new (static_cast<void*>(&slot(s))) Node{key, std::move(value)};
     ++count_;
     if ((s >> 6) >= dead_.size()) dead_.push_back(0);
-    if (bucket == kNoBucket) {
-      indexPut(s, h);
-    } else {
-      index_[bucket] = Bucket{s, tagOf(h)};
-    }
+    indexPut(s, h, bucket);
     ++live_;
     hint_ = s;
     hintCredit_ = kHintCredit;

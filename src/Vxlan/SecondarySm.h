@@ -219,8 +219,7 @@ class SecondarySm : public Vok::StateMachine {
   void vok_handleBridgingConfig_vlanConfig(Bridging::VlanId vlanId);
   void vok_handleVlanConfigFlatDir_vlanConfig(Bridging::VlanId vlanId);
   void handleVlanConfig();
-  // `childless`: the caller knows no child stands under the VLAN (the first run).
-  void handleVlanConfig(Bridging::VlanId vlanId, bool childless = false);
+  void handleVlanConfig(Bridging::VlanId vlanId);
   void handleVlanConfigFlat();
   void handleVlanConfigFlat(Bridging::VlanId vlanId);
   void handleVlanSource(Bridging::VlanId vlanId, Brix::String const& source);

@@ -66,12 +66,11 @@ VlanConfigConfigSourceSm::Ptr SecondarySm::vlanConfigConfigSourceSmIs(
 }
 
 // A VLAN that goes drops its child here, whose end returns the VLAN to the set.
-void SecondarySm::handleVlanConfig(Bridging::VlanId vlanId, bool childless) {
+void SecondarySm::handleVlanConfig(Bridging::VlanId vlanId) {
   if (auto vlanConfig = bridgingConfig_->vlanConfig(vlanId)) {
     // The VLAN's entity deleted and made again while this role did not hear of it: the old
     // child ends first.
-    if (!childless && vlanConfigConfigSourceSm_.hasOtherArgs(vlanId, vlanConfig, this))
-      (void)vlanConfigConfigSourceSmDel(vlanId);
+    if (vlanConfigConfigSourceSm_.hasOtherArgs(vlanId, vlanConfig, this)) (void)vlanConfigConfigSourceSmDel(vlanId);
     vlanConfigConfigSourceSmIs(vlanConfig);
   } else {
     (void)vlanConfigConfigSourceSmDel(vlanId);
@@ -83,7 +82,7 @@ void SecondarySm::handleVlanConfig(Bridging::VlanId vlanId, bool childless) {
 void SecondarySm::handleVlanConfig() {
   vlanConfigConfigSourceSm_.reserve(bridgingConfig_->vlanConfigCount());
   for (auto it = bridgingConfig_->vlanConfigIter(); !it.done(); it.advance()) {
-    handleVlanConfig(it.currNodeMaybeStale().key, true);
+    handleVlanConfig(it.currNodeMaybeStale().key);
   }
 }
 
