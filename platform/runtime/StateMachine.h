@@ -565,23 +565,26 @@ class ChildCollection final : Impl::Member {
         return n->value;
       }
     }
-    Brix::Ptr<Sm> fresh;
-    if constexpr (offset == 1) {
-      fresh = smNew<Sm>(key, std::forward<A>(args)...);
-    } else {
-      fresh = smNew<Sm>(std::forward<A>(args)...);
+    return make(key, std::forward<A>(args)...);
+  }
+
+  // is() for an owner whose input can be deleted and made again under the same key: a child that
+  // stands there with other arguments goes to `dropOther(key)`, which deletes it and runs what its
+  // end needs, before the new one is made. One search, where asking hasOtherArgs first took two.
+  template <class Drop, class... A>
+  Brix::Ptr<Sm> isDroppingOther(Drop&& dropOther, K const& key, A&&... args) {
+    if (auto* n = map_.lookupNodeG(key)) {
+      if (sameArgs<keyOffset<A...>()>(n->value->vokArgs(), std::forward_as_tuple(args...),
+                                      std::index_sequence_for<A...>{})) {
+        return n->value;
+      }
+      std::forward<Drop>(dropOther)(key);
     }
-    // The first run may have put a child under the key meanwhile: the new one takes its place.
-    Brix::Ptr<Sm> old;
-    if (auto [n, inserted] = map_.findOrInsert(key, fresh); !inserted) old = std::exchange(n->value, fresh);
-    old = nullptr;
-    fresh->hasNotificationActiveIs(true);
-    return fresh;
+    return make(key, std::forward<A>(args)...);
   }
 
   // Whether a child stands under `key` with other arguments than these: what is() refuses. An
-  // owner whose input can be deleted and made again under the same key asks first, and deletes
-  // the old child before it makes the new one.
+  // owner that must drop every such child before it makes any new one asks first.
   template <class... A>
   bool hasOtherArgs(K const& key, A const&... args) const {
     auto const* n = map_.lookupNodeG(key);
@@ -612,6 +615,22 @@ class ChildCollection final : Impl::Member {
   void releaseChildren() override { map_._memberDelAll(); }
 
  private:
+  template <class... A>
+  Brix::Ptr<Sm> make(K const& key, A&&... args) {
+    Brix::Ptr<Sm> fresh;
+    if constexpr (keyOffset<A...>() == 1) {
+      fresh = smNew<Sm>(key, std::forward<A>(args)...);
+    } else {
+      fresh = smNew<Sm>(std::forward<A>(args)...);
+    }
+    // The first run may have put a child under the key meanwhile: the new one takes its place.
+    Brix::Ptr<Sm> old;
+    if (auto [n, inserted] = map_.findOrInsert(key, fresh); !inserted) old = std::exchange(n->value, fresh);
+    old = nullptr;
+    fresh->hasNotificationActiveIs(true);
+    return fresh;
+  }
+
   // 1 where the key is the child's first constructor argument, 0 where the child reads it.
   template <class... A>
   static constexpr std::size_t keyOffset() {

@@ -126,8 +126,8 @@ void PrimarySm::handleBfdPeerStatus(Bfd::Peer const& peer) {
   if (auto entry = bfdStatusPeer_->peerStatus(peer)) {
     // The BFD agent's entry deleted and made again under the peer while this role did not hear
     // of it: the old child withdraws before the new one publishes.
-    if (bfdPeerStatusSm_.hasOtherArgs(peer, entry, sentVxStatus_)) dropBfdPeerStatusSm(peer);
-    bfdPeerStatusSmIs(peer, entry, sentVxStatus_);
+    bfdPeerStatusSm_.isDroppingOther([this](Bfd::Peer const& p) { dropBfdPeerStatusSm(p); }, peer, entry,
+                                     sentVxStatus_);
   } else {
     dropBfdPeerStatusSm(peer);
   }

@@ -81,8 +81,8 @@ void SecondarySm::handleVxlanBfdPeerStatus(Mlag::VtiVtep const& vtiVtep) {
   if (auto entity = recvVxStatus_->allVxlanBfdPeerStatus(vtiVtep)) {
     // The peer's entity deleted and made again under the key while this role did not hear of
     // it: the old child withdraws its key before the new one publishes it.
-    if (vxlanBfdStatusSm_.hasOtherArgs(vtiVtep, entity, localVxStatus_)) dropVxlanBfdStatusSm(vtiVtep);
-    vxlanBfdStatusSmIs(vtiVtep, entity, localVxStatus_);
+    vxlanBfdStatusSm_.isDroppingOther([this](Mlag::VtiVtep const& k) { dropVxlanBfdStatusSm(k); }, vtiVtep, entity,
+                                      localVxStatus_);
   } else {
     dropVxlanBfdStatusSm(vtiVtep);
   }

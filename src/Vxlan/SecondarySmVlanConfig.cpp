@@ -70,8 +70,8 @@ void SecondarySm::handleVlanConfig(Bridging::VlanId vlanId) {
   if (auto vlanConfig = bridgingConfig_->vlanConfig(vlanId)) {
     // The VLAN's entity deleted and made again while this role did not hear of it: the old
     // child ends first.
-    if (vlanConfigConfigSourceSm_.hasOtherArgs(vlanId, vlanConfig, this)) (void)vlanConfigConfigSourceSmDel(vlanId);
-    vlanConfigConfigSourceSmIs(vlanConfig);
+    vlanConfigConfigSourceSm_.isDroppingOther([this](Bridging::VlanId id) { (void)vlanConfigConfigSourceSmDel(id); },
+                                              vlanId, vlanConfig, this);
   } else {
     (void)vlanConfigConfigSourceSmDel(vlanId);
   }

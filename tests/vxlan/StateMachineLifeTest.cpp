@@ -358,6 +358,24 @@ TEST_F(StateMachineLife, ChildCollectionKeepsItsEntryAndRefusesOtherArguments) {
   EXPECT_EQ(subscribers(*parent), 1u);
 }
 
+// An owner whose input is made again under the key hands the old child to its own drop, which
+// ends it before the new child's first run; the same arguments keep the child and drop nothing.
+TEST_F(StateMachineLife, ChildCollectionHandsAChildWithOtherArgumentsToTheOwnersDropFirst) {
+  auto sm = watch(false);
+  auto dropOld = [&](std::string const& key) {
+    ev("drop " + key);
+    (void)sm->leaves.del(key);
+  };
+  Vok::StateMachine* const k = sm->leaves.is("k", parent, 1).get();
+  takeEvents();
+  EXPECT_EQ(sm->leaves.isDroppingOther(dropOld, "k", parent, 1).get(), k);
+  EXPECT_THAT(takeEvents(), IsEmpty());
+  auto again = sm->leaves.isDroppingOther(dropOld, "k", other, 1);
+  EXPECT_THAT(takeEvents(), ElementsAre("drop k", "leaf k cleanup", "~leaf k", "leaf k init"));
+  EXPECT_EQ(sm->leaves("k"), again.get());
+  EXPECT_EQ(subscribers(*other), 1u);
+}
+
 TEST_F(StateMachineLife, InputCollectionFollowsItsEntriesAndSurvivesADeleteDuringTheDelivery) {
   auto sm = watch();
   EXPECT_THROW(sm->members.is(nullptr), Vok::MutatorArgNullPointerException);
