@@ -148,28 +148,35 @@ std::optional<IntfId> IntfId::bounded(std::string_view name, std::size_t limit) 
 namespace {
 
 // Trace statements print interface names all the time, so each thread keeps the names it has
-// made, per form: the last one asked for, and a table of all of them (interfaces are few).
-struct NameMemo {
-  std::uint64_t last = 0;
-  Brix::String const* lastName = nullptr;
-  std::unordered_map<std::uint64_t, Brix::String> names;
-
-  Brix::String const& of(std::uint64_t v, bool shortForm) {
-    if (lastName && last == v) return *lastName;
-    auto [it, fresh] = names.try_emplace(v);
-    if (fresh) it->second = IntfIdCodec::name(v, shortForm);
-    last = v;
-    lastName = &it->second;
-    return it->second;
-  }
+// made, per form: the last one asked for, and a table of all of them (interfaces are few). The
+// last one is a plain thread-local, read without the guard that a table's lazy set-up costs, and
+// the table is reached only when another interface is asked for.
+struct LastName {
+  std::uint64_t value = 0;
+  Brix::String const* name = nullptr;
 };
-thread_local NameMemo fullNames, shortNames;
+constinit thread_local LastName lastFull, lastShort;
+thread_local std::unordered_map<std::uint64_t, Brix::String> fullNames, shortNames;
+
+[[gnu::noinline]] Brix::String const& memoName(std::uint64_t v, bool shortForm) {
+  auto& names = shortForm ? shortNames : fullNames;
+  auto [it, fresh] = names.try_emplace(v);
+  if (fresh) it->second = IntfIdCodec::name(v, shortForm);
+  (shortForm ? lastShort : lastFull) = LastName{v, &it->second};
+  return it->second;
+}
 
 }  // namespace
 
-Brix::String const& IntfId::stringValue() const { return fullNames.of(value_, false); }
+Brix::String const& IntfId::stringValue() const {
+  if (lastFull.name && lastFull.value == value_) return *lastFull.name;
+  return memoName(value_, false);
+}
 
-Brix::String const& IntfId::shortName() const { return shortNames.of(value_, true); }
+Brix::String const& IntfId::shortName() const {
+  if (lastShort.name && lastShort.value == value_) return *lastShort.name;
+  return memoName(value_, true);
+}
 
 std::ostream& operator<<(std::ostream& os, IntfId const& intf) { return os << intf.stringValue(); }
 
