@@ -578,7 +578,9 @@ class ChildCollection final : Impl::Member {
                                       std::index_sequence_for<A...>{})) {
         return n->value;
       }
-      std::forward<Drop>(dropOther)(key);
+      K const kept = key;  // the drop may end what `key` refers to
+      std::forward<Drop>(dropOther)(kept);
+      return make(kept, std::forward<A>(args)...);
     }
     return make(key, std::forward<A>(args)...);
   }
