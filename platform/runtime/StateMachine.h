@@ -578,7 +578,8 @@ class ChildCollection final : Impl::Member {
                                       std::index_sequence_for<A...>{})) {
         return n->value;
       }
-      K const kept = key;  // the drop may end what `key` refers to
+      // A copy on purpose: the drop may end what `key` refers to.
+      K const kept = key;  // NOLINT(performance-unnecessary-copy-initialization)
       std::forward<Drop>(dropOther)(kept);
       return make(kept, std::forward<A>(args)...);
     }
