@@ -43,7 +43,7 @@ bool detectInvariantTicks() noexcept {
 
 std::uint64_t readTicks() noexcept {
 #if defined(__x86_64__) || defined(__i386__)
-  return __rdtsc();
+  return __builtin_ia32_rdtsc();
 #else
   return 0;
 #endif
