@@ -32,6 +32,8 @@ TEST(ReportTest, TheDumpReadsNumbersInOrder) {
   EXPECT_FALSE(less("a10", "a10"));
   EXPECT_TRUE(less("a9b", "a10a"));
   EXPECT_TRUE(less("10.0.0.2", "10.0.0.10"));
+  EXPECT_TRUE(less("x[1a]", "x[12]")) << "a shared prefix that ends inside a number";
+  EXPECT_TRUE(less("x[09]", "x[010]"));
 }
 
 TEST(ReportTest, TheDiffFoldsRunsOfEqualChangesOnly) {
