@@ -41,14 +41,6 @@ bool detectInvariantTicks() noexcept {
 #endif
 }
 
-std::uint64_t readTicks() noexcept {
-#if defined(__x86_64__) || defined(__i386__)
-  return __builtin_ia32_rdtsc();
-#else
-  return 0;
-#endif
-}
-
 // The counter's rate, measured once per process over a few milliseconds: it converts the stamps
 // of a file until the file's own readings lie a second apart.
 double ticksPerSecond() {

@@ -266,6 +266,15 @@ namespace Stamp {
 // changes, so that a reading of it can stand for the monotonic clock.
 extern bool const invariantTicks;
 std::uint64_t coarseMonotonic() noexcept;  // a coarse monotonic clock's seconds, as a stamp
+// The counter itself, 0 where there is none. Read through the builtin: <x86intrin.h> would add
+// 48k lines to every source that traces.
+inline std::uint64_t readTicks() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+  return __builtin_ia32_rdtsc();
+#else
+  return 0;
+#endif
+}
 }  // namespace Stamp
 
 // A record's stamp (Format::RecordHeader::stamp): the counter while the monotonic clock is in
@@ -273,10 +282,8 @@ std::uint64_t coarseMonotonic() noexcept;  // a coarse monotonic clock's seconds
 inline std::uint64_t recordStamp() noexcept {
   if (!Vok::System::monotonicInForce()) [[unlikely]]
     return Format::stampOfSeconds(Vok::System::currentTime());
-#if defined(__x86_64__) || defined(__i386__)
-  if (Stamp::invariantTicks) [[likely]]
-    return __builtin_ia32_rdtsc() | Format::tickFlag;  // the builtin: <x86intrin.h> is 48k lines
-#endif
+  if (Stamp::invariantTicks) [[likely]]  // never where there is no counter
+    return Stamp::readTicks() | Format::tickFlag;
   return Stamp::coarseMonotonic();
 }
 
